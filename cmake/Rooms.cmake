@@ -1,0 +1,67 @@
+# SPDX-License-Identifier: Apache-2.0
+#
+# What every room is built with, and the functions that declare a room, its tests and a program.
+
+find_package(Threads REQUIRED)
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+add_library(bootweave_build_flags INTERFACE)
+target_compile_definitions(bootweave_build_flags INTERFACE _GNU_SOURCE _FILE_OFFSET_BITS=64)
+target_compile_options(bootweave_build_flags INTERFACE
+  -Wall -Wextra -Wpedantic -Werror -Wshadow -Wformat=2 -Wconversion -Wsign-conversion
+  $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Woverloaded-virtual -Wnon-virtual-dtor -Wextra-semi>
+  -fstack-protector-strong -ffunction-sections -fdata-sections)
+target_link_options(bootweave_build_flags INTERFACE -Wl,--gc-sections -Wl,-z,relro,-z,now)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  target_compile_options(bootweave_build_flags INTERFACE
+    $<$<COMPILE_LANGUAGE:CXX>:-Wthread-safety -Wthread-safety-beta>)
+endif()
+if(BOOTWEAVE_SANITIZE)
+  target_compile_options(bootweave_build_flags INTERFACE
+    -fsanitize=${BOOTWEAVE_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  target_link_options(bootweave_build_flags INTERFACE -fsanitize=${BOOTWEAVE_SANITIZE})
+else()
+  target_compile_definitions(bootweave_build_flags INTERFACE
+    $<$<CONFIG:Release,RelWithDebInfo>:_FORTIFY_SOURCE=2>)
+endif()
+
+# bootweave_room(NAME SOURCES file... USES room...)
+# One library for the folder it is called in. Headers are included by their path from the root.
+function(bootweave_room name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;USES" ${ARGN})
+  add_library(bootweave_${name} STATIC ${ARG_SOURCES})
+  target_include_directories(bootweave_${name} PUBLIC ${PROJECT_SOURCE_DIR})
+  target_link_libraries(bootweave_${name} PUBLIC bootweave_build_flags)
+  foreach(room IN LISTS ARG_USES)
+    target_link_libraries(bootweave_${name} PUBLIC bootweave_${room})
+  endforeach()
+endfunction()
+
+# bootweave_room_tests(NAME SOURCES file... [PLATFORM linux|fake] [USES library...] [WRAP symbol...])
+# One test program for the room, with every TEST known to ctest. PLATFORM chooses what stands behind
+# platform/include: the real layer, or the fake of tests/support. Each WRAPped C function is replaced by
+# __wrap_NAME, through which a test makes one call of the system fail.
+function(bootweave_room_tests name)
+  if(NOT BOOTWEAVE_TESTS)
+    return()
+  endif()
+  cmake_parse_arguments(ARG "" "PLATFORM" "SOURCES;USES;WRAP" ${ARGN})
+  set(target bootweave_${name}_test)
+  add_executable(${target} ${ARG_SOURCES})
+  target_link_libraries(${target} PRIVATE bootweave_${name} ${ARG_USES} bootweave_test_support GTest::gmock)
+  if(ARG_PLATFORM STREQUAL "fake")
+    target_link_libraries(${target} PRIVATE bootweave_platform_fake)
+  elseif(ARG_PLATFORM STREQUAL "linux")
+    target_link_libraries(${target} PRIVATE bootweave_platform_linux)
+  endif()
+  foreach(symbol IN LISTS ARG_WRAP)
+    target_link_options(${target} PRIVATE -Wl,--wrap=${symbol})
+  endforeach()
+  gtest_discover_tests(${target} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
+endfunction()

@@ -1,0 +1,146 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <filesystem>
+#include <optional>
+#include <string_view>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "platform/cmdgen.h"
+#include "platform/linux/command_file.h"
+#include "platform/linux/command_process.h"
+#include "platform/linux/command_words.h"
+#include "util/child_process.h"
+#include "util/error_text.h"
+#include "util/exception.h"
+#include "util/retry.h"
+#include "util/unique_fd.h"
+
+namespace Plinth::Cmdgen {
+namespace {
+
+using bootweave::CapturedRun;
+using bootweave::CommandFile;
+using bootweave::Exception;
+using bootweave::UniqueFd;
+
+constexpr std::size_t kMaxErrorOutput = 65536;
+
+std::string Join(const std::list<std::string>& words, char separator) {
+    std::string joined;
+    for (const std::string& word : words) {
+        joined += word;
+        joined += separator;
+    }
+    if (!joined.empty()) {
+        joined.pop_back();
+    }
+    return joined;
+}
+
+/// The words come from whoever filled the input: one that no parser let through must not name a file
+/// elsewhere.
+bool IsCommandPath(const std::list<std::string>& path) {
+    return !path.empty() && std::all_of(path.begin(), path.end(), bootweave::IsCommandWord);
+}
+
+/// The file of that name in the first directory that has one, even when it is not fit to be run.
+std::optional<CommandFile> FindCommand(const std::vector<std::string>& directories, const std::string& name) {
+    for (const std::string& directory : directories) {
+        std::optional<CommandFile> file = CommandFile::Find(directory, name);
+        if (file.has_value()) {
+            return file;
+        }
+    }
+    return std::nullopt;
+}
+
+std::vector<std::string> Arguments(const CommandFile& file, const CommandInput& input) {
+    std::vector<std::string> arguments{file.path()};
+    for (const auto& [name, value] : input.parameters()) {
+        std::string& argument = arguments.emplace_back("--");
+        argument.append(name).append("=").append(value);
+        if (argument.find('\0') != std::string::npos) {
+            throw Exception(bootweave::ErrorText(EINVAL));  // would reach the command cut short
+        }
+    }
+    return arguments;
+}
+
+CapturedRun Run(const CommandFile& file, const CommandInput& input, const std::string& name) {
+    const UniqueFd null_device(
+        bootweave::RetryOnEintr([] { return ::open("/dev/null", O_RDONLY | O_CLOEXEC); }));
+    if (!null_device.valid()) {
+        throw Exception(bootweave::LastErrorText());
+    }
+    bootweave::SpawnOptions options;
+    options.path = file.exec_path();
+    options.argv = Arguments(file, input);
+    options.environment = {"PATH=/usr/sbin:/usr/bin:/sbin:/bin", "HOSTCLI_DISPATCHER=" + input.dispatcher(),
+                           "HOSTCLI_COMMAND=" + name};
+    options.descriptors = {{null_device.get(), STDIN_FILENO}, {STDOUT_FILENO, STDOUT_FILENO}};
+    options.directory = "/";
+    return bootweave::RunCapturingErrors(std::move(options), kMaxErrorOutput);
+}
+
+/// Each line with something in it is an error; without one, how the command ended is.
+void AddErrors(const CapturedRun& result, CommandOutput& output) {
+    bool has_line = false;
+    std::string_view rest = result.error_output;
+    while (!rest.empty()) {
+        const std::size_t end = rest.find('\n');
+        const std::string_view line = rest.substr(0, end);
+        if (!line.empty()) {
+            output.AddError(std::string(line));
+            has_line = true;
+        }
+        rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
+    }
+    if (!has_line) {
+        output.AddError(result.status.Describe());
+    }
+}
+
+}  // namespace
+
+std::shared_ptr<CommandInput> CommandInput::New() {
+    return std::make_shared<CommandInput>();
+}
+
+std::shared_ptr<CommandOutput> CommandOutput::New() {
+    return std::make_shared<CommandOutput>();
+}
+
+void Dispatcher::AddExternalDirectory(const std::string& path) {
+    const UniqueFd directory(
+        bootweave::RetryOnEintr([&] { return ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+    if (!directory.valid()) {
+        throw Exception(bootweave::LastErrorText());
+    }
+    directories_.push_back(std::filesystem::absolute(path).string());
+}
+
+// The platform's signature.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
+void Dispatcher::ExecuteCommand(std::shared_ptr<CommandInput> input, std::shared_ptr<CommandOutput> output) {
+    const std::string name = Join(input->path(), '.');
+    try {
+        const bool nameable = IsCommandPath(input->path());
+        const auto file = nameable ? FindCommand(directories_, name) : std::nullopt;
+        if (!file.has_value()) {
+            output->AddError("unknown command: " + Join(input->path(), ' '));
+            return;
+        }
+        const CapturedRun result = Run(*file, *input, name);
+        if (!result.status.success()) {
+            AddErrors(result, *output);
+        }
+    } catch (const Exception& reason) {
+        output->AddError(name + ": " + reason.what());
+    }
+}
+
+}  // namespace Plinth::Cmdgen

@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <atomic>
+
+#include <pthread.h>
+
+#include "util/thread_annotations.h"
+
+/// \file
+/// The one process-wide lock, called the graph lock: it guards the graph's state, the barrier registry, the
+/// priority list, the worker pool's queue, the lazy creation of process-wide services, each reset of the
+/// command executor and the host-profile decision.
+///
+/// It is recursive and knows its owner, so that code may take it without asking who called. The lock is a
+/// leaf: nothing that can wait for another thread is done while it is held, but for a condition variable
+/// below, and the reset of the command executor, which waits for a child.
+
+namespace bootweave {
+
+/// A recursive mutex with a hold count and an owner.
+class CAPABILITY("mutex") ProcessLock {
+  public:
+    /// Takes the lock, or takes it once more when the calling thread holds it.
+    void Lock() ACQUIRE();
+    /// Gives it back once; the last time frees it.
+    void Unlock() RELEASE();
+    /// Whether the calling thread holds it.
+    [[nodiscard]] bool HeldByThisThread() const;
+    /// How often its owner has taken it; meaningful to the owner only.
+    [[nodiscard]] unsigned depth() const { return depth_; }
+
+  private:
+    friend class ConditionVariable;
+
+    pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
+    std::atomic<pthread_t> owner_{};
+    unsigned depth_ = 0;
+};
+
+/// The graph lock.
+extern ProcessLock g_process_lock;
+
+/// Holds the graph lock for a scope.
+class SCOPED_CAPABILITY ProcessLockGuard {
+  public:
+    ProcessLockGuard() ACQUIRE(g_process_lock) { g_process_lock.Lock(); }
+    ~ProcessLockGuard() RELEASE() { g_process_lock.Unlock(); }
+    ProcessLockGuard(const ProcessLockGuard&) = delete;
+    ProcessLockGuard& operator=(const ProcessLockGuard&) = delete;
+};
+
+/// A condition variable that goes with the graph lock.
+class ConditionVariable {
+  public:
+    /// \throws Exception  `failure`, when the system cannot make one
+    explicit ConditionVariable(const char* failure);
+    ~ConditionVariable();
+    ConditionVariable(const ConditionVariable&) = delete;
+    ConditionVariable& operator=(const ConditionVariable&) = delete;
+
+    /// Frees the lock, sleeps until a broadcast (or for no reason: test the predicate), takes the lock again.
+    /// The caller holds the lock exactly once.
+    void Wait() REQUIRES(g_process_lock);
+    /// Wakes every thread that waits.
+    void Broadcast();
+
+  private:
+    pthread_cond_t condition_;
+};
+
+}  // namespace bootweave

@@ -1,0 +1,131 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "util/shell.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <mutex>
+
+#include <unistd.h>
+
+#include "util/child_process.h"
+#include "util/error_text.h"
+#include "util/exception.h"
+#include "util/retry.h"
+#include "util/unique_fd.h"
+
+namespace bootweave {
+namespace {
+
+constexpr const char* kShell = "/bin/sh";
+constexpr int kNoShell = 127 << 8;  // as a raw wait status
+
+/// Ignores the keyboard's signals for as long as any shell command runs: dispositions belong to the whole
+/// process, so the first command sets them and the last one puts them back.
+class KeyboardSignalsIgnored {
+  public:
+    KeyboardSignalsIgnored() {
+        const std::lock_guard lock(g_mutex);
+        if (g_users++ == 0) {
+            struct sigaction ignore {};
+            ignore.sa_handler = SIG_IGN;
+            ::sigaction(SIGINT, &ignore, &g_interrupt_before);
+            ::sigaction(SIGQUIT, &ignore, &g_quit_before);
+        }
+    }
+    ~KeyboardSignalsIgnored() {
+        const std::lock_guard lock(g_mutex);
+        if (--g_users == 0) {
+            ::sigaction(SIGINT, &g_interrupt_before, nullptr);
+            ::sigaction(SIGQUIT, &g_quit_before, nullptr);
+        }
+    }
+    KeyboardSignalsIgnored(const KeyboardSignalsIgnored&) = delete;
+    KeyboardSignalsIgnored& operator=(const KeyboardSignalsIgnored&) = delete;
+
+  private:
+    static inline std::mutex g_mutex;
+    static inline int g_users = 0;
+    static inline struct sigaction g_interrupt_before {};
+    static inline struct sigaction g_quit_before {};
+};
+
+/// Keeps child signals from the calling thread.
+class ChildSignalsBlocked {
+  public:
+    ChildSignalsBlocked() {
+        sigset_t child;
+        sigemptyset(&child);
+        sigaddset(&child, SIGCHLD);
+        ::pthread_sigmask(SIG_BLOCK, &child, &before_);
+    }
+    ~ChildSignalsBlocked() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    ChildSignalsBlocked(const ChildSignalsBlocked&) = delete;
+    ChildSignalsBlocked& operator=(const ChildSignalsBlocked&) = delete;
+
+  private:
+    sigset_t before_{};
+};
+
+std::optional<ChildProcess> SpawnShell(const std::string& command, int output) {
+    SpawnOptions options;
+    options.path = kShell;
+    options.argv = {"sh", "-c", command};
+    options.inherit_environment = true;
+    options.descriptors = {
+        {STDIN_FILENO, STDIN_FILENO}, {output, STDOUT_FILENO}, {STDERR_FILENO, STDERR_FILENO}};
+    return ChildProcess::Spawn(options);
+}
+
+std::string ReadToEnd(const UniqueFd& pipe) {
+    std::string output;
+    std::array<char, 4096> buffer;
+    for (;;) {
+        const ssize_t count = RetryOnEintr([&] { return ::read(pipe.get(), buffer.data(), buffer.size()); });
+        if (count < 0) {
+            throw Exception(LastErrorText());
+        }
+        if (count == 0) {
+            return output;
+        }
+        output.append(buffer.data(), static_cast<std::size_t>(count));
+    }
+}
+
+}  // namespace
+
+namespace {
+
+/// Whether a start failed for want of anything that a child needs, and not for want of the shell.
+bool IsExhausted(int error) {
+    return error == EAGAIN || error == ENOMEM || error == EMFILE || error == ENFILE;
+}
+
+}  // namespace
+
+int RunShellCommand(const std::string& command) {
+    const KeyboardSignalsIgnored keyboard;
+    const ChildSignalsBlocked children;
+    std::optional<ChildProcess> child = SpawnShell(command, STDOUT_FILENO);
+    if (!child.has_value()) {
+        return IsExhausted(errno) ? -1 : kNoShell;
+    }
+    return child->Wait().value_or(-1);
+}
+
+std::optional<std::string> ReadShellCommand(const std::string& command) {
+    Pipe pipe = Pipe::Create();
+    if (!pipe.read_end.valid()) {
+        return std::nullopt;
+    }
+    std::optional<ChildProcess> child = SpawnShell(command, pipe.write_end.get());
+    if (!child.has_value()) {
+        return std::nullopt;
+    }
+    pipe.write_end.Reset();
+    std::string output = ReadToEnd(pipe.read_end);
+    static_cast<void>(child->Wait());
+    return output;
+}
+
+}  // namespace bootweave

@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "graph/depth.h"
+
+#include <algorithm>
+#include <cstddef>
+
+namespace bootweave {
+namespace {
+
+constexpr std::int32_t kOnTheWay = -2;  // the walk is inside this node: an edge to it closes a cycle
+
+struct Step {
+    Node* node;
+    std::size_t next;
+    std::int32_t best;
+};
+
+}  // namespace
+
+std::int32_t ComputeDepth(Node& root, std::vector<Node*> Node::*next, std::int32_t Node::*depth) {
+    if (root.*depth >= 0) {
+        return root.*depth;
+    }
+    std::vector<Step> path{{&root, 0, 0}};
+    root.*depth = kOnTheWay;
+    while (!path.empty()) {
+        Step& step = path.back();
+        const std::vector<Node*>& neighbours = step.node->*next;
+        if (step.next == neighbours.size()) {
+            const std::int32_t result = step.best;
+            step.node->*depth = result;
+            path.pop_back();
+            if (!path.empty()) {
+                path.back().best = std::max(path.back().best, result + 1);
+            }
+            continue;
+        }
+        Node* neighbour = neighbours[step.next++];
+        if (neighbour->*depth >= 0) {
+            step.best = std::max(step.best, neighbour->*depth + 1);
+        } else if (neighbour->*depth != kOnTheWay) {
+            neighbour->*depth = kOnTheWay;
+            path.push_back({neighbour, 0, 0});
+        }
+    }
+    return root.*depth;
+}
+
+}  // namespace bootweave

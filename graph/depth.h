@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "graph/node.h"
+
+namespace bootweave {
+
+/// The length of the longest chain from `root` along `next`, kept in `depth` of every node on the way: -1
+/// there means not computed. An edge that closes a cycle counts 0. Takes memory, but no stack, for the
+/// chain's length. The caller holds the graph lock.
+std::int32_t ComputeDepth(Node& root, std::vector<Node*> Node::*next, std::int32_t Node::*depth)
+    REQUIRES(g_process_lock);
+
+}  // namespace bootweave

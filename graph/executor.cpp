@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "graph/executor.h"
+
+#include <string>
+
+#include "graph/stall.h"
+#include "util/exception.h"
+
+namespace bootweave {
+
+Executor::Executor(std::int32_t threads, bool randomize)
+    : work_to_do_("Condition variable for Executor could not be initialized"), randomize_(randomize) {
+    for (std::int32_t created = 0; created < threads; ++created) {
+        try {
+            workers_.emplace_back([this] { Work(); });
+        } catch (const std::exception&) {
+            Stop();
+            // The pieces join without a blank before "requested"; log scanners match this line.
+            throw Exception("Could not create enough execution threads. (" + std::to_string(created) +
+                            " created, " + std::to_string(threads) + "requested)");
+        }
+    }
+}
+
+Executor::~Executor() {
+    Stop();
+    const ProcessLockGuard lock;
+    StallWatch::NoteDroppedLocked(queue_.size());
+}
+
+void Executor::Stop() {
+    {
+        const ProcessLockGuard lock;
+        stop_ = true;
+        work_to_do_.Broadcast();
+    }
+    for (Thread& worker : workers_) {
+        worker.Join();
+    }
+}
+
+void Executor::Enqueue(Node& node) {
+    const ProcessLockGuard lock;
+    queue_.Push(node);
+    work_to_do_.Broadcast();
+}
+
+void Executor::Work() {
+    g_process_lock.Lock();
+    while (!stop_) {
+        Node* node = queue_.Pop(randomize_);
+        if (node == nullptr) {
+            work_to_do_.Wait();
+            continue;
+        }
+        const bool forward = node->state() == NodeState::kQueuedForward;
+        g_process_lock.Unlock();
+        if (forward) {
+            node->RunForward(*this);
+        } else {
+            node->RunReverse(*this);
+        }
+        g_process_lock.Lock();
+    }
+    g_process_lock.Unlock();
+}
+
+}  // namespace bootweave

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "graph/ready_queue.h"
+#include "util/process_lock.h"
+#include "util/thread.h"
+
+namespace bootweave {
+
+/// A fixed set of worker threads that run queued nodes.
+///
+/// Life:    construct with a number of workers; schedule nodes on it and wait for them; destroy. Nodes still
+///          queued when it is destroyed never run; those that run are finished first.
+/// Lock:    the graph lock guards the queue and the stop flag; nodes run without it.
+/// Wakes:   workers sleep until a node is queued or the executor is destroyed; both wake all of them.
+class Executor {
+  public:
+    /// \param threads    number of workers; below 1 there are none, and what is queued waits for ever
+    /// \param randomize  choose at random among nodes that are equally good
+    /// \throws Exception  "Condition variable for Executor could not be initialized", or "Could not create
+    /// enough
+    ///                    execution threads. (<created> created, <threads>requested)"
+    Executor(std::int32_t threads, bool randomize);
+    /// Joins every worker. The caller does not hold the graph lock.
+    virtual ~Executor();
+    Executor(const Executor&) = delete;
+    Executor& operator=(const Executor&) = delete;
+
+    /// Adds a node, in state queued forward or queued in reverse, to the end of the queue.
+    void Enqueue(Node& node);
+
+  private:
+    void Work();
+    void Stop();
+
+    ConditionVariable work_to_do_;
+    ReadyQueue queue_ GUARDED_BY(g_process_lock);
+    std::vector<Thread> workers_;
+    bool stop_ GUARDED_BY(g_process_lock) = false;
+    const bool randomize_;
+};
+
+}  // namespace bootweave

@@ -1,0 +1,195 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "graph/node.h"
+
+#include <exception>
+#include <utility>
+
+#include "graph/depth.h"
+#include "graph/executor.h"
+#include "graph/stall.h"
+#include "platform/log.h"
+
+namespace bootweave {
+namespace {
+
+/// Calls the work of a node. Kinds of nodes contain their own failures; what escapes all the same must not
+/// take the worker, and with it the boot, down.
+template <typename Work>
+void Contain(const Node& node, Work work) {
+    try {
+        work();
+    } catch (const std::exception& error) {
+        Log_Level(2, "unhandled exception whilst running %s: %s\n", node.name().c_str(), error.what());
+    } catch (...) {
+        Log_Level(2, "unhandled exception whilst running %s\n", node.name().c_str());
+    }
+}
+
+}  // namespace
+
+const Direction Direction::kForward{NodeState::kWaitingForward, NodeState::kQueuedForward,
+                                    NodeState::kDoneForward, &Node::dependencies_, &Node::dependents_};
+const Direction Direction::kReverse{NodeState::kWaitingReverse, NodeState::kQueuedReverse,
+                                    NodeState::kDoneReverse, &Node::dependents_, &Node::dependencies_};
+
+Node::Node(std::string name, std::uint32_t order_key)
+    : name_(std::move(name)),
+      order_key_(order_key),
+      finished_("Condition variable for Node could not be initialized") {}
+
+NodeState Node::state() const {
+    const ProcessLockGuard lock;
+    return state_;
+}
+
+void Node::AddDependency(Node& provider) {
+    const ProcessLockGuard lock;
+    dependencies_.push_back(&provider);
+    provider.dependents_.push_back(this);
+    level_ = -1;
+    provider.height_ = -1;
+}
+
+void Node::AddDependent(Node& dependent) {
+    const ProcessLockGuard lock;
+    dependents_.push_back(&dependent);
+    dependent.dependencies_.push_back(this);
+    height_ = -1;
+    dependent.level_ = -1;
+}
+
+std::int32_t Node::level() {
+    const ProcessLockGuard lock;
+    return ComputeDepth(*this, &Node::dependencies_, &Node::level_);
+}
+
+std::int32_t Node::height() {
+    const ProcessLockGuard lock;
+    return ComputeDepth(*this, &Node::dependents_, &Node::height_);
+}
+
+void Node::ScheduleForward(Executor& executor) {
+    Schedule(executor, Direction::kForward);
+}
+void Node::ScheduleReverse(Executor& executor) {
+    Schedule(executor, Direction::kReverse);
+}
+
+// A walk in depth, by a list of its own: a chain of plugins may be longer than a thread's stack is deep.
+// Nodes that are ready are queued when the walk leaves them, so that they arrive in the order of the lists.
+void Node::Schedule(Executor& executor, const Direction& direction) {
+    struct Step {
+        Node* node;
+        std::size_t next;
+        std::uint32_t unfinished;
+    };
+    const ProcessLockGuard lock;
+    if (state_ == direction.waiting || state_ == direction.queued || state_ == direction.done) {
+        return;
+    }
+    std::vector<Step> path{{this, 0, EnterLocked(direction)}};
+    while (!path.empty()) {
+        Step& step = path.back();
+        const std::vector<Node*>& before = step.node->*direction.before;
+        while (step.next < before.size() && before[step.next]->state_ != NodeState::kIdle) {
+            ++step.next;
+        }
+        if (step.next < before.size()) {
+            Node& provider = *before[step.next];
+            path.push_back({&provider, 0, provider.EnterLocked(direction)});
+            continue;
+        }
+        if (step.unfinished == 0) {
+            step.node->QueueLocked(executor, direction);
+        }
+        path.pop_back();
+    }
+}
+
+/// A number that no earlier walk over nodes has had.
+std::uint64_t Node::NextWalkLocked() {
+    static constinit std::uint64_t last_walk = 0;
+    return ++last_walk;
+}
+
+/// Sets an idle node waiting. Returns how many different nodes it waits for.
+std::uint32_t Node::EnterLocked(const Direction& direction) {
+    if (state_ != NodeState::kIdle) {  // it went the other way before: looked at, but left as it is
+        return CountUnfinishedLocked(direction);
+    }
+    state_ = direction.waiting;
+    StallWatch::NoteWaitingLocked();
+    unfinished_ = CountUnfinishedLocked(direction);
+    return unfinished_;
+}
+
+/// A node named twice counts once: when it is done it lets go of each of its neighbours in one go.
+std::uint32_t Node::CountUnfinishedLocked(const Direction& direction) {
+    const std::uint64_t walk = NextWalkLocked();
+    std::uint32_t count = 0;
+    for (Node* node : this->*direction.before) {
+        if (node->walk_ != walk && direction.Unfinished(node->state_)) {
+            node->walk_ = walk;
+            ++count;
+        }
+    }
+    return count;
+}
+
+void Node::QueueLocked(Executor& executor, const Direction& direction) {
+    StallWatch::NoteQueuedLocked(state_ == direction.waiting);
+    state_ = direction.queued;
+    executor.Enqueue(*this);
+}
+
+void Node::RunForward(Executor& executor) {
+    Contain(*this, [this] { Execute(); });
+    Finish(executor, Direction::kForward);
+}
+
+void Node::RunReverse(Executor& executor) {
+    Contain(*this, [this] { ExecuteReverse(); });
+    Finish(executor, Direction::kReverse);
+}
+
+void Node::Finish(Executor& executor, const Direction& direction) {
+    const ProcessLockGuard lock;
+    state_ = direction.done;
+    const std::uint64_t walk = NextWalkLocked();
+    for (Node* node : this->*direction.after) {
+        if (node->state_ != direction.waiting || node->walk_ == walk || node->unfinished_ == 0) {
+            continue;
+        }
+        node->walk_ = walk;
+        if (--node->unfinished_ == 0) {
+            node->QueueLocked(executor, direction);
+        }
+    }
+    finished_.Broadcast();
+    StallWatch::NoteFinishedLocked();
+}
+
+void Node::WaitForward() {
+    Wait(Direction::kForward);
+}
+void Node::WaitReverse() {
+    Wait(Direction::kReverse);
+}
+
+void Node::Wait(const Direction& direction) {
+    const ProcessLockGuard lock;
+    const StallWatch::Sleeper sleeper(*this, direction);
+    while (state_ != direction.done) {
+        sleeper.ReportStallLocked();
+        if (state_ != direction.done) {
+            finished_.Wait();
+        }
+    }
+}
+
+void Node::MarkDone() {
+    const ProcessLockGuard lock;
+    state_ = NodeState::kDoneForward;
+}
+
+}  // namespace bootweave

@@ -1,0 +1,113 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "graph/ready_queue.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstdlib>
+
+namespace bootweave {
+namespace {
+
+/// The lowest set bit: how many slots an entry of the tree counts.
+std::size_t LowestBit(std::size_t value) {
+    return value & (~value + 1);
+}
+
+}  // namespace
+
+void ArrivalList::Append(Node& node) {
+    slots_.push_back(&node);
+    ++size_;
+    if (counts_.empty()) {
+        return;
+    }
+    // The new entry counts its own slot and those of the entries below it.
+    const std::size_t index = slots_.size();
+    std::uint32_t count = 1;
+    for (std::size_t below = index - 1; below > index - LowestBit(index); below -= LowestBit(below)) {
+        count += counts_[below];
+    }
+    counts_.push_back(count);
+}
+
+Node& ArrivalList::TakeFirst() {
+    while (slots_[first_] == nullptr) {
+        ++first_;
+    }
+    Node& node = *slots_[first_];
+    RemoveAt(first_);
+    return node;
+}
+
+Node& ArrivalList::TakeAt(std::size_t place) {
+    if (counts_.empty()) {
+        RebuildCounts();
+    }
+    std::size_t slot = 0;
+    auto remaining = static_cast<std::uint32_t>(place);
+    for (std::size_t step = std::bit_floor(counts_.size() - 1); step > 0; step /= 2) {
+        if (slot + step < counts_.size() && counts_[slot + step] <= remaining) {
+            slot += step;
+            remaining -= counts_[slot];
+        }
+    }
+    Node& node = *slots_[slot];
+    RemoveAt(slot);
+    return node;
+}
+
+void ArrivalList::RemoveAt(std::size_t slot) {
+    slots_[slot] = nullptr;
+    --size_;
+    if (!counts_.empty()) {
+        for (std::size_t index = slot + 1; index < counts_.size(); index += LowestBit(index)) {
+            --counts_[index];
+        }
+    }
+    // Most slots empty: move the nodes together, so that a list that is filled while it is emptied stays
+    // small.
+    constexpr std::size_t kWorthMoving = 64;
+    if (slots_.size() >= kWorthMoving && size_ < slots_.size() / 2) {
+        std::erase(slots_, nullptr);
+        first_ = 0;
+        if (!counts_.empty()) {
+            RebuildCounts();
+        }
+    }
+}
+
+void ArrivalList::RebuildCounts() {
+    counts_.assign(slots_.size() + 1, 0);
+    for (std::size_t index = 1; index < counts_.size(); ++index) {
+        counts_[index] += slots_[index - 1] != nullptr ? 1U : 0U;
+        const std::size_t above = index + LowestBit(index);
+        if (above < counts_.size()) {
+            counts_[above] += counts_[index];
+        }
+    }
+}
+
+void ReadyQueue::Push(Node& node) {
+    const std::int32_t depth = node.state_ == NodeState::kQueuedForward ? node.height() : node.level();
+    ranks_[{node.order_key(), -depth}].Append(node);
+    ++size_;
+}
+
+Node* ReadyQueue::Pop(bool randomize) {
+    if (size_ == 0) {
+        return nullptr;
+    }
+    const auto best = ranks_.begin();
+    ArrivalList& candidates = best->second;
+    // rand, never seeded: two randomised runs of one graph choose alike. The graph lock is held.
+    // NOLINTNEXTLINE(concurrency-mt-unsafe,cert-msc50-cpp)
+    Node& node = randomize ? candidates.TakeAt(static_cast<std::size_t>(std::rand()) % candidates.size())
+                           : candidates.TakeFirst();
+    --size_;
+    if (candidates.size() == 0) {
+        ranks_.erase(best);
+    }
+    return &node;
+}
+
+}  // namespace bootweave

@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <utility>
+#include <vector>
+
+#include "graph/node.h"
+
+/// \file
+/// The nodes that are ready to run, and which of them runs next.
+///
+/// Order: the smallest order key first; among equal keys the greatest depth (the height of a node queued
+/// forward, the level of one queued in reverse); among those the candidates in order of arrival.
+
+namespace bootweave {
+
+/// Nodes in order of arrival from which any may be taken by its place.
+///
+/// Taking the first costs a constant; taking any other one costs the logarithm of the length, by a tree of
+/// counts that is made when it is first asked for.
+class ArrivalList {
+  public:
+    [[nodiscard]] std::size_t size() const { return size_; }
+    void Append(Node& node);
+    /// Takes out the node that arrived first. The list is not empty.
+    Node& TakeFirst();
+    /// Takes out the node at `place`, counted from 0 in order of arrival; `place` is less than size().
+    Node& TakeAt(std::size_t place);
+
+  private:
+    void RemoveAt(std::size_t slot);
+    void RebuildCounts();
+
+    std::vector<Node*> slots_;  // null where a node was taken
+    std::size_t first_ = 0;     // no node stands before this slot
+    std::size_t size_ = 0;
+    std::vector<std::uint32_t> counts_;  // a Fenwick tree over the slots; empty until TakeAt
+};
+
+/// The ready nodes of one executor. Guarded by the graph lock.
+class ReadyQueue {
+  public:
+    [[nodiscard]] std::size_t size() const { return size_; }
+    /// Adds a node, behind those of its rank that came before.
+    void Push(Node& node) REQUIRES(g_process_lock);
+    /// Takes out the next node; null when there is none.
+    ///
+    /// \param randomize  choose among the candidates by one value of `rand` instead of by arrival
+    [[nodiscard]] Node* Pop(bool randomize) REQUIRES(g_process_lock);
+
+  private:
+    using Rank = std::pair<std::uint32_t, std::int32_t>;  // order key, depth counted down
+
+    std::map<Rank, ArrivalList> ranks_;
+    std::size_t size_ = 0;
+};
+
+}  // namespace bootweave

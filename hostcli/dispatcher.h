@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <memory>
+
+#include "platform/cmdgen.h"
+
+namespace bootweave {
+
+/// The host's command dispatcher, with the directories that hold the host management commands.
+///
+/// Lives in the executor process only, on its event-loop thread: no lock guards it.
+class HostcliDispatcher : public Plinth::Cmdgen::Dispatcher {
+  public:
+    /// Adds the command directories; one that cannot be added costs a level 2 line.
+    HostcliDispatcher();
+
+    /// The process's dispatcher, made on first use and alive until exit.
+    [[nodiscard]] static std::shared_ptr<HostcliDispatcher> Instance();
+};
+
+}  // namespace bootweave

@@ -1,0 +1,205 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "plugins/console.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <thread>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include "gmock/gmock.h"
+#include "tests/support/fake_platform.h"
+#include "util/child_process.h"
+#include "util/retry.h"
+#include "util/unique_fd.h"
+
+namespace bootweave {
+namespace {
+
+using testing::HasSubstr;
+
+constexpr const char* kMenuShown =
+    "\033[35m(c)ontinue\033[0m\t\033[32m(e)xecute\033[0m\t\033[33m(t)roubleshoot\033[0m\t\033[31m(s)kip\033["
+    "0m";
+
+/// A pseudo-terminal; what the other side writes comes out here with plain newlines.
+class Terminal {
+  public:
+    Terminal() : master_(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
+        EXPECT_EQ(0, ::grantpt(master_.get()));
+        EXPECT_EQ(0, ::unlockpt(master_.get()));
+        name_ = ::ptsname(master_.get());
+        slave_.Reset(::open(name_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+        termios plain{};
+        ::tcgetattr(slave_.get(), &plain);
+        plain.c_oflag &= ~static_cast<tcflag_t>(OPOST);
+        ::tcsetattr(slave_.get(), TCSANOW, &plain);
+    }
+
+    [[nodiscard]] const UniqueFd& slave() const { return slave_; }
+    void Type(const std::string& keys) const {
+        EXPECT_EQ(static_cast<ssize_t>(keys.size()), ::write(master_.get(), keys.data(), keys.size()));
+    }
+    /// Types once keys are read one by one and without an echo: the question is there a moment earlier.
+    void Answer(const std::string& keys) const {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (LocalModes() != 0 && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        Type(keys);
+    }
+    /// Reads until `end` has come, or for 20 seconds.
+    std::string ReadUntil(const std::string& end) {
+        while (!text_.ends_with(end)) {
+            pollfd readable{.fd = master_.get(), .events = POLLIN, .revents = 0};
+            char buffer[1024];
+            if (::poll(&readable, 1, 20'000) <= 0) {
+                break;
+            }
+            const ssize_t count = ::read(master_.get(), buffer, sizeof buffer);
+            if (count <= 0) {
+                break;
+            }
+            text_.append(buffer, static_cast<std::size_t>(count));
+        }
+        return std::exchange(text_, {});
+    }
+    [[nodiscard]] bool EchoesLines() const { return LocalModes() == (ICANON | ECHO); }
+
+  private:
+    [[nodiscard]] tcflag_t LocalModes() const {
+        termios now{};
+        ::tcgetattr(slave_.get(), &now);
+        return now.c_lflag & (ICANON | ECHO);
+    }
+
+    UniqueFd master_;
+    std::string name_;
+    UniqueFd slave_;
+    std::string text_;
+};
+
+/// What a child answers: the exit status of AskIn.
+enum Outcome { kProceeds = 10, kSkips = 11, kProceedsUnasked = 12 };
+
+class ConsoleTest : public testing::Test {
+  protected:
+    void SetUp() override { FakePlatform::Reset(); }
+
+    /// Asks about plugin "net" in a child on the terminal; log lines come out on the terminal as well.
+    ChildProcess Ask(const std::list<std::string>& required = {}) {
+        auto child = ChildProcess::Fork([&] {
+            ::dup2(terminal_.slave().get(), STDIN_FILENO);
+            ::dup2(terminal_.slave().get(), STDOUT_FILENO);
+            ::dup2(terminal_.slave().get(), STDERR_FILENO);
+            ::setenv("PS1", "prompt>", 1);
+            FakePlatform::EchoTo(STDOUT_FILENO);
+            RunConfig config;
+            config.interactive = true;
+            config.interactive_mode_requires = required;
+            const ConsoleAnswer answer = AskBeforePlugin("net", config);
+            if (answer == ConsoleAnswer::kSkip) {
+                return int{kSkips};
+            }
+            return config.interactive ? int{kProceeds} : int{kProceedsUnasked};
+        });
+        return std::move(*child);
+    }
+    static int StatusOf(ChildProcess& child) { return ExitStatus::FromRaw(*child.Wait()).code.value_or(-1); }
+
+    const std::string question_ = std::string("current plugin: \033[36mnet\n") + kMenuShown + "\033[?25l";
+    Terminal terminal_;
+};
+
+TEST_F(ConsoleTest, ExecuteRunsThePluginAndShowsTheChoice) {
+    ChildProcess child = Ask();
+    EXPECT_EQ(question_, terminal_.ReadUntil(question_));
+    terminal_.Answer("e");
+    EXPECT_EQ(
+        "\033[?25h\r\033[37m(c)ontinue\033[0m\t\033[32m(e)xecute\033[0m\t\033[37m(t)roubleshoot\033[0m\t"
+        "\033[37m(s)kip\033[0m\n",
+        terminal_.ReadUntil("\n"));
+    EXPECT_EQ(kProceeds, StatusOf(child));
+    EXPECT_TRUE(terminal_.EchoesLines());
+}
+
+TEST_F(ConsoleTest, SkipSaysSoBeforeTheMenuIsDrawnAgain) {
+    ChildProcess child = Ask();
+    terminal_.ReadUntil(question_);
+    terminal_.Answer("S");
+    EXPECT_EQ(
+        "\033[?25h5 skipping plugin net (interactive mode request)\n"
+        "\r\033[37m(c)ontinue\033[0m\t\033[37m(e)xecute\033[0m\t\033[37m(t)roubleshoot\033[0m\t\033[31m(s)"
+        "kip\033[0m"
+        "\n",
+        terminal_.ReadUntil("(s)kip\033[0m\n"));
+    EXPECT_EQ(kSkips, StatusOf(child));
+}
+
+TEST_F(ConsoleTest, ContinueAsksNoMore) {
+    ChildProcess child = Ask();
+    terminal_.ReadUntil(question_);
+    terminal_.Answer("c");
+    EXPECT_EQ(
+        "\033[?25h\r\033[35m(c)ontinue\033[0m\t\033[37m(e)xecute\033[0m\t\033[37m(t)roubleshoot\033[0m\t"
+        "\033[37m(s)kip\033[0m\n",
+        terminal_.ReadUntil("\n"));
+    EXPECT_EQ(kProceedsUnasked, StatusOf(child));
+}
+
+TEST_F(ConsoleTest, OtherKeysDoNothingAndAreNotEchoed) {
+    ChildProcess child = Ask();
+    terminal_.ReadUntil(question_);
+    terminal_.Answer("x\n1\033[A e");
+    EXPECT_THAT(terminal_.ReadUntil("\n"), testing::StartsWith("\033[?25h\r"));
+    EXPECT_EQ(kProceeds, StatusOf(child));
+}
+
+TEST_F(ConsoleTest, TroubleshootOpensAShellAndThenProceedsWithoutANewQuestion) {
+    ChildProcess child = Ask();
+    terminal_.ReadUntil(question_);
+    terminal_.Answer("t");
+    EXPECT_THAT(terminal_.ReadUntil("(s)kip\033[0m\n"), HasSubstr("\033[33m(t)roubleshoot"));
+    terminal_.Type("echo $0-$(ls /proc/self/fd | wc -l); tty; exit\n");
+    const std::string shell = terminal_.ReadUntil("\033[2K");
+    EXPECT_THAT(shell, HasSubstr("/bin/sh-4\n"));  // three, and the directory that ls reads
+    EXPECT_THAT(shell, HasSubstr("/dev/pts/"));
+    EXPECT_EQ(kProceeds, StatusOf(child));
+}
+
+TEST_F(ConsoleTest, NoQuestionComesBeforeTheRequiredPluginsAreReached) {
+    ChildProcess one_missing = Ask({"net", "disk", "net"});
+    EXPECT_EQ(kProceeds, StatusOf(one_missing));
+    ChildProcess last = Ask({"net", "net"});
+    EXPECT_EQ(kProceeds, StatusOf(last));
+    terminal_.Type("\n");
+    EXPECT_EQ("\n", terminal_.ReadUntil("\n"));  // nothing but this echo has come out
+}
+
+TEST_F(ConsoleTest, InputThatIsNoTerminalIsSaidThreeTimesAndReadAllTheSame) {
+    Pipe input = Pipe::Create();
+    Pipe output = Pipe::Create();
+    auto child = ChildProcess::Fork([&] {
+        ::dup2(input.read_end.get(), STDIN_FILENO);
+        ::dup2(output.write_end.get(), STDOUT_FILENO);
+        FakePlatform::EchoTo(STDOUT_FILENO);
+        RunConfig config;
+        return static_cast<int>(AskBeforePlugin("net", config));
+    });
+    EXPECT_EQ(1, ::write(input.write_end.get(), "e", 1));
+    output.write_end.Reset();
+    std::string text;
+    char buffer[1024];
+    for (ssize_t count = 0; (count = ::read(output.read_end.get(), buffer, sizeof buffer)) > 0;) {
+        text.append(buffer, static_cast<std::size_t>(count));
+    }
+    EXPECT_THAT(text, HasSubstr("2 unable to get terminal io state.\n2 unable to set terminal io state.\n"
+                                "2 unable to restore terminal io state.\n\033[?25h"));
+    EXPECT_EQ(0, child->Wait());
+}
+
+}  // namespace
+}  // namespace bootweave

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <list>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "plugins/debug_injections.h"
+#include "plugins/plugin.h"
+#include "util/run_config.h"
+
+namespace bootweave {
+
+/// What a file's name says about its plugin.
+struct PluginFileName {
+    std::string base;       ///< before the last dot, without a leading "lib": the plugin's name
+    std::string extension;  ///< behind the last dot
+};
+
+/// Splits a file name that holds a dot.
+[[nodiscard]] PluginFileName SplitPluginFileName(const std::string& file_name);
+
+/// Turns file names into plugins and decides which of them take part in this run. Owns the plugins.
+///
+/// Each candidate passes a type test, the denylist, two boot-flag tests and the run-once test, in this order;
+/// one that is left out costs a line that says why.
+class Discovery {
+  public:
+    /// \param boot_flags  of this boot
+    /// \param run_once    keys of the run-once plugins that have run; those admitted now are added
+    /// \param config      its plugin directory and denylist are read; outlives this object
+    /// \param injections  of this host
+    Discovery(const std::set<std::string>& boot_flags, std::set<std::string>& run_once,
+              const RunConfig& config, DebugInjections& injections);
+
+    /// Examines one file of the plugin directory.
+    ///
+    /// \param file_name  a single path component
+    /// \throws std::exception  when the file cannot be loaded; nothing of it stays behind
+    void Discover(const std::string& file_name);
+
+    /// Adds one plugin for each of the debug injections, in their order.
+    void CollectDebugPlugins(const std::vector<DebugInjection>& injections);
+
+    /// Adds one plugin for each init script of the host, in ascending start priority. The two services that
+    /// an init run starts itself are left out; a script that cannot be wrapped costs a line.
+    ///
+    /// \throws Exception  when the scripts cannot be listed
+    void CollectDaemons();
+
+    /// The plugins of the run, in the order in which they were collected.
+    [[nodiscard]] const std::vector<Plugin*>& plugins() const { return collection_; }
+
+  private:
+    void Collect(std::unique_ptr<Plugin> plugin);
+    void CollectDaemon(const std::string& script_path, int priority);
+    [[nodiscard]] bool IsDenied(const std::string& base) const;
+    [[nodiscard]] bool PassesBootFlags(const Plugin& plugin) const;
+    void ApplyRunOnce(Plugin& plugin);
+
+    const std::set<std::string>& boot_flags_;
+    std::set<std::string>& run_once_;
+    const RunConfig& config_;
+    DebugInjections& injections_;
+    std::vector<std::unique_ptr<Plugin>> owned_;
+    std::vector<Plugin*> collection_;
+};
+
+}  // namespace bootweave

@@ -1,0 +1,51 @@
+# SPDX-License-Identifier: Apache-2.0
+# shellcheck shell=bash disable=SC2034
+#
+# The Debian packages that the scripts need, and installing what is missing of them.
+
+# To build the program.
+PACKAGES_BUILD=(
+    cmake g++ ninja-build
+    libboost1.81-dev libboost-filesystem1.81-dev libboost-iostreams1.81-dev libboost-json1.81-dev
+    libboost-regex1.81-dev zlib1g-dev
+    libgmock-dev libgtest-dev
+)
+
+# To boot the sample host on a throw-away host. Of the small syslog daemons, busybox's comes as a program
+# alone: the others' packages bring a service that would start here and push this machine's log daemon out.
+PACKAGES_HOST=(busybox e2fsprogs iproute2 mount python3 util-linux)
+
+# To check sources, scripts and documents; the versions are those that the checks ask for by name.
+PACKAGES_CHECKS=(clang-14 clang-format-14 clang-tidy-14 git man-db python3 shellcheck)
+
+# need_packages PACKAGE...: returns when all are installed. As root, or with a sudo that asks nothing or can
+# ask, installs the missing ones; otherwise prints the one line that does, and ends the script.
+need_packages() {
+    local package missing=()
+    for package in "$@"; do
+        if [[ $(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null) != installed ]]; then
+            missing+=("$package")
+        fi
+    done
+    if ((${#missing[@]} == 0)); then
+        return
+    fi
+    local as_root=()
+    if ((EUID != 0)); then
+        if command -v sudo >/dev/null && { [[ -t 0 ]] || sudo -n true 2>/dev/null; }; then
+            as_root=(sudo)
+        else
+            printf 'Packages are missing. As root, run this once:\n\n    %s %s\n\n' \
+                'apt-get install --no-install-recommends' "${missing[*]}" >&2
+            exit 1
+        fi
+    fi
+    printf 'Installing %s\n' "${missing[*]}" >&2
+    local install=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive
+        apt-get install --yes --quiet=2 --no-install-recommends "${missing[@]}")
+    # A fresh machine may have no package lists yet, or old ones.
+    if ! "${install[@]}" >/dev/null 2>&1; then
+        "${as_root[@]}" apt-get update --quiet=2
+        "${install[@]}" >/dev/null
+    fi
+}

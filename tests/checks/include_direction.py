@@ -1,0 +1,101 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
+"""Includes go down only: driver -> plugins -> graph | hostcli -> util -> platform/include.
+
+Reads every include of every source and fails on one that goes up or sideways, that reaches into
+platform/linux, or that knows more of the outside than its room may."""
+
+import re
+
+import project
+
+# What each room may include beside itself. graph and hostcli do not see each other.
+_BELOW = {
+    "driver": {"plugins", "graph", "hostcli", "util", "platform"},
+    "plugins": {"graph", "hostcli", "util", "platform"},
+    "graph": {"util", "platform"},
+    "hostcli": {"util", "platform"},
+    "util": {"platform"},
+    "platform": set(),
+    "platform/linux": {"util", "platform"},
+    "tests": {"driver", "plugins", "graph", "hostcli", "util", "platform"},
+}
+# Made of pieces of the real platform, where those need no host.
+_MAY_SEE_LINUX = re.compile(r"tests/support/fake_platform\.\w+")
+_TEST_LIBRARIES = ("gtest/", "gmock/")
+
+_INCLUDE = re.compile(r"^[ \t]*#[ \t]*include[ \t]*(?:\"([^\"]*)\"|<([^>]*)>)", re.MULTILINE)
+
+
+def room_of_file(path):
+    """The room that a file lies in, or None for a file outside all rooms."""
+    if path.startswith("platform/linux/"):
+        return "platform/linux"
+    room = path.split("/")[0]
+    return room if room in _BELOW and "/" in path else None
+
+
+def room_of_include(name):
+    """The room that an include names. Headers of platform/include are included as platform/x.h."""
+    if name.startswith("platform/linux/"):
+        return "platform/linux"
+    room = name.split("/")[0]
+    return room if room in _BELOW and "/" in name else None
+
+
+def _why_forbidden(path, name, is_test):
+    here, there = room_of_file(path), room_of_include(name)
+    if name.startswith(_TEST_LIBRARIES):
+        return None if is_test else "is for tests only"
+    if there is None:
+        return "names no room"
+    if ".." in name.split("/") or name.startswith("platform/include/"):
+        return "is not the header's name from the root of its room"
+    if there == here:
+        return None
+    if there == "tests":
+        return None if is_test else "is for tests only"
+    if there == "platform/linux":
+        return None if _MAY_SEE_LINUX.fullmatch(path) else "is seen by platform/linux only"
+    return None if there in _BELOW[here] else f"goes from {here} to {there}"
+
+
+def findings_in(path, text, is_test=False):
+    """What is wrong with the includes of one source, one line each."""
+    here = room_of_file(path)
+    for match in _INCLUDE.finditer(text):
+        quoted, angled = match.groups()
+        line = text.count("\n", 0, match.start()) + 1
+        if quoted is not None:
+            reason = _why_forbidden(path, quoted, is_test)
+        elif room_of_include(angled) is not None:
+            reason = "needs quotes: it is the project's own"
+        elif angled == "syslog.h" and here != "platform/linux":
+            reason = "is for platform/linux only"
+        else:
+            reason = None
+        if reason is not None:
+            yield f"{path}:{line}: {quoted or angled} {reason}"
+
+
+def json_parser_users(texts):
+    """The sources that include the JSON parser: exactly one may."""
+    return [path for path, text in texts.items()
+            if any((angled or quoted or "").startswith("boost/json") for quoted, angled in
+                   _INCLUDE.findall(text))]
+
+
+def main():
+    """Checks the whole tree."""
+    paths = [str(path) for path in project.sources() if room_of_file(str(path))]
+    texts = {path: (project.ROOT / path).read_text(encoding="utf-8") for path in paths}
+    is_test = project.test_code()
+    findings = [finding for path, text in texts.items() for finding in findings_in(path, text, is_test(path))]
+    users = json_parser_users(texts)
+    if len(users) != 1:
+        findings.append(f"one source knows the JSON parser, not {len(users)}: {' '.join(users)}")
+    project.finish(findings, paths)
+
+
+if __name__ == "__main__":
+    main()

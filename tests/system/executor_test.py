@@ -221,7 +221,9 @@ class LimitTest(SystemTest):
     """Processes that may have but a few descriptors, or no child."""
 
     def test_without_descriptors_for_their_sockets_client_and_executor_say_so(self):
-        end = self.host(plugin("p", ["note"]), _NOTE).shell("ulimit -n 4; exec bootweave --plugin=p.json")
+        end = self.host(plugin("p", ["note"]), _NOTE).shell(UNTIL + f"""
+            (ulimit -n 4; exec bootweave --plugin=p.json)
+            until_ grep -q 'Poll Loop' {EXECUTOR_LOG}""")
         self.assertIn("Failed creating bootweave client socket Too many open files", end.messages)
         self.assertIn("Failed setting up Poll Loop for executor", end.executor_messages)
 

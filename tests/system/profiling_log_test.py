@@ -217,14 +217,21 @@ class FailureTest(SystemTest):
         self._check_both("No space left on device", self._TMPFS.format(options="nr_inodes=3"))
 
     def test_where_no_content_can_be_written(self):
+        # Two pages, both taken; what the stream keeps in memory is missed only when it is written.
         full = self._TMPFS.format(options="size=8k") + self._FILL
-        self._check(f"unable to write profiling log ({PROFILE}): No space left on device.", setup=full)
+        for arguments in ((), _START):
+            self._check(f"unable to write profiling log ({PROFILE}): No space left on device.", *arguments,
+                        setup=full)
+
+    def test_where_the_old_content_has_no_room(self):
+        # Six pages, all taken; an old log of five is more than the stream keeps in memory.
+        full = self._TMPFS.format(options="size=24k") + self._FILL
         self._check(f"unable to reopen profiling log ({PROFILE}): No space left on device.", *_START,
-                    setup=full)
+                    setup=full, old="old\n" * 5000)
 
     def test_where_the_old_content_has_room_and_the_new_has_not(self):
-        # Four pages: the old log has one, the copy of it in front of the new block another.
-        room = self._TMPFS.format(options="size=8k")    # two pages, and the old log fills one
+        # Two pages: the old log has one, the copy of it in front of the new block another.
+        room = self._TMPFS.format(options="size=8k")
         self._check(f"unable to write profiling log ({PROFILE}): No space left on device.", *_START,
                     setup=room, old="x" * 4000 + "\n")
 

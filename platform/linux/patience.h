@@ -23,7 +23,7 @@ class Patience {
     /// What a process has for one reader: microseconds left, all of them at first.
     class Budget : public PerProcess {
       public:
-        constexpr Budget() : PerProcess(static_cast<std::int32_t>(kPerProcess.count())) {}
+        constexpr Budget() noexcept : PerProcess(static_cast<std::int32_t>(kPerProcess.count())) {}
     };
 
     Patience(Budget& budget, pid_t pid) : budget_(budget), pid_(pid) {}

@@ -16,7 +16,7 @@ namespace bootweave {
 /// own, which it passes in because it has asked for it already.
 class PerProcess {
   public:
-    constexpr explicit PerProcess(std::int32_t initial) : initial_(initial) {}
+    constexpr explicit PerProcess(std::int32_t initial) noexcept : initial_(initial) {}
 
     [[nodiscard]] std::int32_t Get(pid_t pid) const { return Number(pid, word_.load()); }
 

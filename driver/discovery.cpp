@@ -12,19 +12,12 @@
 #include "plugins/debug_plugin.h"
 #include "plugins/init_scripts.h"
 #include "plugins/json_plugin.h"
+#include "plugins/native_plugin.h"
 
 namespace bootweave {
 namespace {
 
 using Flags = std::set<std::string>;
-
-/// Builds the plugin that a file holds, by its extension; null for a type that nobody knows.
-std::unique_ptr<Plugin> LoadPlugin(const PluginFileName& name, const std::string& path) {
-    if (name.extension == "json") {
-        return std::make_unique<JSONPlugin>(name.base, path);
-    }
-    return nullptr;
-}
 
 /// Each flag followed by a blank, the last one too.
 std::string List(const Flags& flags) {
@@ -68,8 +61,23 @@ PluginFileName SplitPluginFileName(const std::string& file_name) {
 }
 
 Discovery::Discovery(const Flags& boot_flags, Flags& run_once, const RunConfig& config,
-                     DebugInjections& injections)
-    : boot_flags_(boot_flags), run_once_(run_once), config_(config), injections_(injections) {}
+                     DebugInjections& injections, const NativeMetadataReader::Options& native)
+    : boot_flags_(boot_flags),
+      run_once_(run_once),
+      config_(config),
+      injections_(injections),
+      native_reader_(native) {}
+
+/// Builds the plugin that a file holds, by its extension; null for a type that nobody knows.
+std::unique_ptr<Plugin> Discovery::LoadPlugin(const PluginFileName& name, const std::string& path) {
+    if (name.extension == "so") {
+        return std::make_unique<NativePlugin>(name.base, path, native_reader_);
+    }
+    if (name.extension == "json") {
+        return std::make_unique<JSONPlugin>(name.base, path);
+    }
+    return nullptr;
+}
 
 void Discovery::Collect(std::unique_ptr<Plugin> plugin) {
     owned_.push_back(std::move(plugin));

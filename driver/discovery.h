@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "plugins/debug_injections.h"
+#include "plugins/native_metadata_reader.h"
 #include "plugins/plugin.h"
 #include "util/run_config.h"
 
@@ -32,8 +33,10 @@ class Discovery {
     /// \param run_once    keys of the run-once plugins that have run; those admitted now are added
     /// \param config      its plugin directory and denylist are read; outlives this object
     /// \param injections  of this host
+    /// \param native      how the metadata of native plugins is read
     Discovery(const std::set<std::string>& boot_flags, std::set<std::string>& run_once,
-              const RunConfig& config, DebugInjections& injections);
+              const RunConfig& config, DebugInjections& injections,
+              const NativeMetadataReader::Options& native = {});
 
     /// Examines one file of the plugin directory.
     ///
@@ -50,10 +53,15 @@ class Discovery {
     /// \throws Exception  when the scripts cannot be listed
     void CollectDaemons();
 
+    /// Ends the process that reads native plugins' metadata; it must not live on beside the plugins. A later
+    /// Discover() starts another.
+    void StopReading() { native_reader_.Stop(); }
+
     /// The plugins of the run, in the order in which they were collected.
     [[nodiscard]] const std::vector<Plugin*>& plugins() const { return collection_; }
 
   private:
+    [[nodiscard]] std::unique_ptr<Plugin> LoadPlugin(const PluginFileName& name, const std::string& path);
     void Collect(std::unique_ptr<Plugin> plugin);
     void CollectDaemon(const std::string& script_path, int priority);
     [[nodiscard]] bool IsDenied(const std::string& base) const;
@@ -64,6 +72,7 @@ class Discovery {
     std::set<std::string>& run_once_;
     const RunConfig& config_;
     DebugInjections& injections_;
+    NativeMetadataReader native_reader_;
     std::vector<std::unique_ptr<Plugin>> owned_;
     std::vector<Plugin*> collection_;
 };

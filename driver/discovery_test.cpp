@@ -1,14 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "driver/discovery.h"
 
+#include <filesystem>
 #include <set>
 #include <string>
 #include <vector>
 
 #include <sys/stat.h>
+#include <sys/wait.h>
 
 #include "gmock/gmock.h"
 #include "graph/barrier_registry.h"
+#include "plugins/native_test_support.h"
 #include "tests/support/fake_platform.h"
 #include "tests/support/temp_dir.h"
 #include "util/exception.h"
@@ -51,6 +54,10 @@ class DiscoveryTest : public testing::Test {
         dir_.WriteFile(file_name, plugin.Text());
     }
 
+    void LinkNative(const std::string& file_name, const std::string& object) {
+        std::filesystem::create_symlink(NativeObject(object), dir_.File(file_name));
+    }
+
     [[nodiscard]] Names PluginNames() const {
         Names names;
         for (const Plugin* plugin : discovery_.plugins()) {
@@ -83,7 +90,8 @@ class DiscoveryTest : public testing::Test {
     NameSet flags_;
     NameSet run_once_;
     DebugInjections injections_{dir_.File("debug.conf")};
-    Discovery discovery_{flags_, run_once_, config_, injections_};
+    Discovery discovery_{flags_, run_once_, config_, injections_,
+                         NativeMetadataReader::Options{.program = BOOTWEAVE_NATIVE_READER}};
 };
 
 TEST(PluginFileNameTest, TheLastDotSeparatesNameAndExtension) {
@@ -126,6 +134,62 @@ TEST_F(DiscoveryTest, NamesLoseALeadingLibAndKeepInnerDots) {
     EXPECT_THAT(Discover("libfoo.json"), IsEmpty());
     EXPECT_THAT(Discover("a.b.json"), IsEmpty());
     EXPECT_THAT(PluginNames(), ElementsAre("foo", "a.b"));
+}
+
+TEST_F(DiscoveryTest, ASharedObjectBecomesAPluginNamedAfterItsFile) {
+    LinkNative("libfoo.so", "version1");
+    LinkNative("a.b.so", "version2");
+    EXPECT_THAT(Discover("libfoo.so"), IsEmpty());
+    EXPECT_THAT(Discover("a.b.so"), IsEmpty());
+    ASSERT_THAT(PluginNames(), ElementsAre("foo", "a.b"));
+    EXPECT_EQ(1, discovery_.plugins()[0]->GetVersion());
+    EXPECT_TRUE(discovery_.plugins()[1]->SupportsHostProfile());
+}
+
+TEST_F(DiscoveryTest, ASharedObjectPassesTheSameTestsAsAFile) {
+    LinkNative("libfoo.so", "version3");
+    EXPECT_THAT(Discover("libfoo.so"),
+                ElementsAre(LogMessage{3,
+                                       "ignoring plugin 'foo', disabled due to missing required boot "
+                                       "flags: f1 f2 .\n"}));
+    flags_ = {"f1", "f2"};
+    EXPECT_THAT(Discover("libfoo.so"), IsEmpty());
+    EXPECT_THAT(run_once_, ElementsAre("foo1.2-3"));
+    flags_.insert("d1");
+    EXPECT_THAT(Discover("libfoo.so"),
+                ElementsAre(LogMessage{3, "ignoring plugin 'foo', disabled due to boot flags: d1 .\n"}));
+    config_.disabled_plugins = {"libfoo"};
+    flags_.erase("d1");
+    EXPECT_THAT(Discover("libfoo.so"),
+                ElementsAre(LogMessage{5,
+                                       "ignoring plugin 'foo' because version '1.2-3'  has already been "
+                                       "run.\n"}));
+    config_.disabled_plugins = {"foo"};
+    EXPECT_THAT(Discover("libfoo.so"),
+                ElementsAre(LogMessage{5, "ignoring plugin 'foo' due to denylist.\n"}));
+}
+
+TEST_F(DiscoveryTest, ASharedObjectThatCannotBeLoadedRaisesAndLeavesNothing) {
+    LinkNative("old.so", "version0");
+    LinkNative("crash.so", "crashes");
+    LinkNative("good.so", "version1");
+    EXPECT_EQ("plugin `" + dir_.File("old.so") + "' is invalid: Unsupported API version",
+              FailureOf("old.so"));
+    EXPECT_EQ("plugin `" + dir_.File("crash.so") + "' is invalid: metadata reader exited with signal: 11",
+              FailureOf("crash.so"));
+    EXPECT_THAT(Discover("good.so"), IsEmpty());
+    EXPECT_THAT(PluginNames(), ElementsAre("good"));
+}
+
+TEST_F(DiscoveryTest, TheProcessThatReadsSharedObjectsIsGoneOnceItIsStopped) {
+    LinkNative("a.so", "version1");
+    LinkNative("b.so", "version1");
+    EXPECT_THAT(Discover("a.so"), IsEmpty());
+    EXPECT_EQ(0, ::waitpid(-1, nullptr, WNOHANG));  // it runs
+    discovery_.StopReading();
+    EXPECT_EQ(-1, ::waitpid(-1, nullptr, WNOHANG));  // and not even its zombie is left
+    EXPECT_THAT(Discover("b.so"), IsEmpty());
+    EXPECT_THAT(PluginNames(), ElementsAre("a", "b"));
 }
 
 TEST_F(DiscoveryTest, PluginsAreCollectedInTheOrderOfTheCallsWithDuplicates) {

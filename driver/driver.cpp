@@ -63,6 +63,7 @@ class Driver {
         SettlePluginDirectory();
         LeaveCallersSession();
         CollectPlugins();
+        discovery_.StopReading();
         LinkPlugins();
         DecideParallelism();
         const bool successful = options_.dump_requested ? Dump() : RunGraph();

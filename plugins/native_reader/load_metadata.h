@@ -1,0 +1,14 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+
+#include "plugins/native_metadata.h"
+
+namespace bootweave {
+
+/// Loads a shared object into this process, copies its metadata and closes it again, whatever the outcome.
+/// Runs the object's code, and follows whatever pointers it has: for a process that may crash.
+[[nodiscard]] MetadataAnswer LoadMetadata(const std::string& path);
+
+}  // namespace bootweave

@@ -7,8 +7,8 @@
 namespace bootweave {
 namespace {
 
-std::uintptr_t Identifier(const Node* node) {
-    return reinterpret_cast<std::uintptr_t>(node);
+std::string Identifier(const Node* node) {
+    return std::to_string(reinterpret_cast<std::uintptr_t>(node));
 }
 
 /// A label ends at a plain double quote, and a backslash takes the next character's meaning away.
@@ -23,25 +23,31 @@ std::string Escape(const std::string& name) {
     return label;
 }
 
+/// One write a line, also where the stream keeps nothing back.
+void WriteLine(std::ostream& out, std::string line) {
+    line += '\n';
+    out << line << std::flush;
+}
+
 void WriteNode(std::ostream& out, const Node* node) {
-    out << Identifier(node) << " [label=\"" << Escape(node->name()) << "\"" << node->GetDotAttributes()
-        << "];" << std::endl;
+    const std::string identifier = Identifier(node);
+    WriteLine(out, identifier + " [label=\"" + Escape(node->name()) + "\"" + node->GetDotAttributes() + "];");
     for (const Node* dependent : node->dependents()) {
-        out << Identifier(node) << " -> " << Identifier(dependent) << ";" << std::endl;
+        WriteLine(out, identifier + " -> " + Identifier(dependent) + ";");
     }
 }
 
 }  // namespace
 
 void WriteDot(std::ostream& out, const std::vector<const Node*>& plugins, const BarrierRegistry& registry) {
-    out << "digraph g {" << std::endl;
+    WriteLine(out, "digraph g {");
     for (const Node* plugin : plugins) {
         WriteNode(out, plugin);
     }
     for (const InitBarrier* barrier : registry.List()) {
         WriteNode(out, barrier);
     }
-    out << "}" << std::endl;
+    WriteLine(out, "}");
 }
 
 }  // namespace bootweave

@@ -16,8 +16,7 @@
 /// States:  idle 0 -> waiting 1 -> queued or running 3 -> done 5   forward
 ///          idle 0 -> waiting 2 -> queued or running 4 -> done 6   reverse
 ///          idle 0 -> done 5                                       MarkDone: it is not to run
-/// Lock:    the graph lock guards everything but the name and the order key; each operation takes it, and
-/// only
+/// Lock:    the graph lock guards everything but the name and the order key; each operation takes it. Only
 ///          Execute and ExecuteReverse are called without it.
 /// Life:    construct; add edges; mark done what is not to run; then schedule and wait. Edges and marks come
 ///          before the first of its neighbours is scheduled. Nodes live for the whole run: edges do not own.

@@ -61,13 +61,13 @@ void afstream::CloseBuffer() {
 
 void afstream::open(const char* path, openmode mode) {
     const Text name = MakePattern(path);
-    // Only the name is kept; the stream opens the file by it.
-    const UniqueFd temporary(::mkostemp(name.get(), O_CLOEXEC));
+    UniqueFd temporary(::mkostemp(name.get(), O_CLOEXEC));
     if (!temporary.valid()) {
         const int error = errno;
         Raise("unable to create temporary file to write '" + std::string(path) + "': " + ErrorText(error),
               error);
     }
+    temporary.Reset();  // only the name is kept; the stream opens the file by it
     temporary_path_ = name.get();
     destination_path_ = path;
     if (rdbuf()->open(temporary_path_, mode | out) == nullptr) {

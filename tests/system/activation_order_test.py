@@ -7,7 +7,8 @@ import subprocess
 import sys
 
 from harness import PLUGINS, SystemTest
-from reference_order import Graph, Rand, read_injections, read_plugin
+from reference_order import Graph, Rand, read_injections
+from sample_plugins import plugin_files, plugin_name, read_document
 
 _ROOT = os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", "..", "examples", "host", "root")
 
@@ -20,16 +21,13 @@ class ActivationOrderTest(SystemTest):
         """Boots the sample host; returns its ending and the names in its plugin directory, in its order."""
         end = self.sample_host().shell(f"{_LIST_AND_BOOT} {arguments}")
         self.assertEqual(0, end.status)
-        names = [line for line in end.stdout.splitlines() if re.fullmatch(r"[\w.-]+\.json", line)]
+        names = plugin_files(end.stdout)
         self.assertGreater(len(names), 24)
         return end, names
 
     @staticmethod
     def _graph(names, flags=()):
-        documents = []
-        for name in names:
-            with open(os.path.join(_ROOT, PLUGINS.lstrip("/"), name), encoding="utf-8") as file:
-                documents.append((name.removesuffix(".json"), read_plugin(file.read())))
+        documents = [(plugin_name(name), read_document(name)) for name in names]
         with open(os.path.join(_ROOT, "etc/corvane/bootweave/debug.conf"), encoding="utf-8") as file:
             return Graph(documents, flags, read_injections(file.read()))
 

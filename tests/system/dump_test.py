@@ -7,7 +7,8 @@ import re
 from dot_text import DotGraph, dot_in_log, read_dot
 from harness import NOTICE, PLUGINS, Directory, File, SystemTest, command, plugin
 from init_scripts import PROFILE, begun, init_scripts
-from reference_order import read_injections, read_plugin
+from reference_order import read_injections
+from sample_plugins import plugin_files, plugin_name, read_document
 
 _DOT = "/run/graph.dot"
 _DUMP = f"--dump-dependency-tree={_DOT}"
@@ -98,10 +99,9 @@ class SampleHostTest(SystemTest):
             injections = read_injections(file.read())
         plugins = []
         for name in names:
-            with open(os.path.join(_ROOT, PLUGINS.lstrip("/"), name), encoding="utf-8") as file:
-                metadata = read_plugin(file.read())["metadata"]
+            metadata = read_document(name)["metadata"]
             if not metadata.get("required_flags"):
-                plugins.append((name.removesuffix(".json"), (metadata["requires"], metadata["provides"])))
+                plugins.append((plugin_name(name), (metadata["requires"], metadata["provides"])))
         edges = []
         for name, (required, provided) in plugins + injections:
             edges += [(barrier, name) for barrier in required] + [(name, barrier) for barrier in provided]
@@ -110,7 +110,7 @@ class SampleHostTest(SystemTest):
 
     def test_the_sample_hosts_graph_is_what_its_files_say(self):
         end = self.sample_host().shell(f"ls -U {PLUGINS}; exec bootweave {_DUMP}")
-        names = [line for line in end.stdout.splitlines() if re.fullmatch(r"[\w.-]+\.json", line)]
+        names = plugin_files(end.stdout)
         self.assertGreater(len(names), 24)
         found = read_dot(end.read(_DOT))
         self.assertEqual(self._expected(names), (found.plugins, found.barriers, found.sorted_edges))

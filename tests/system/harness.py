@@ -400,7 +400,8 @@ class SystemTest(unittest.TestCase):
 
     def sample_host(self, *files, profile=None, **options):
         """The host of examples/host/, with its own log daemon and, if named, a host profile."""
+        from native_build import sample_plugins     # which needs this module
         trees = [os.path.join(_SAMPLE_HOST, "root")]
         if profile is not None:
             trees.append(os.path.join(_SAMPLE_HOST, "profiles", profile))
-        return self.host(*files, trees=trees, syslog=False, **options)
+        return self.host(sample_plugins(), *files, trees=trees, syslog=False, **options)

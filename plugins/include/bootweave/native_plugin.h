@@ -25,8 +25,8 @@
 /// object is loaded once more, earlier, in another process that reads its metadata: its constructors and
 /// destructors run there too, where nothing else of the boot has begun, and within ten seconds.
 
-// The header is C's as well: no using, no <cstdint>.
-// NOLINTBEGIN(modernize-use-using,modernize-deprecated-headers)
+// The header is C's as well: no using, no <cstdint>, the names of C.
+// NOLINTBEGIN(modernize-use-using,modernize-deprecated-headers,readability-identifier-naming)
 
 #include <assert.h>
 #include <stddef.h>
@@ -89,4 +89,4 @@ static_assert(sizeof(BootweavePluginOperation) == 8, "layout of operations");
     const struct BootweavePluginMetadata metadata = {                                                  \
         version, required_names, provided_names, plugin_version, run_once, required_flags, disabling_flags}
 
-// NOLINTEND(modernize-use-using,modernize-deprecated-headers)
+// NOLINTEND(modernize-use-using,modernize-deprecated-headers,readability-identifier-naming)

@@ -15,10 +15,10 @@ namespace bootweave {
 
 /// More than any plugin has; a list without its end must not take the boot's memory.
 inline constexpr std::size_t kMostMetadata = std::size_t{4} * 1024 * 1024;
-/// An answer's bytes: the metadata and the loader's words, which name paths.
-inline constexpr std::size_t kMostAnswer = kMostMetadata + std::size_t{256} * 1024;
-/// A request's bytes, the path; command lines give no longer ones.
-inline constexpr std::size_t kMostRequest = std::size_t{128} * 1024;
+/// A request's bytes, the path; the words of a command line are shorter.
+inline constexpr std::size_t kMostRequest = std::size_t{256} * 1024;
+/// An answer's bytes: the metadata and the loader's words, which may name the path twice.
+inline constexpr std::size_t kMostAnswer = kMostMetadata + 4 * kMostRequest;
 
 /// What a native plugin says of itself, copied. Fields that its version does not have are empty.
 struct NativeMetadata {

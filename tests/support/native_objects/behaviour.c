@@ -91,23 +91,35 @@ PERHAPS Spoil(void) {
     }
 }
 
-// Leaves a process behind that nobody's signals or ends reach; its number goes to the file named by the
-// environment.
-PERHAPS LeaveProcess(void) {
-    if (fork() != 0) {
-        return;
+// In the process that stays: writes its number into a file, which is there once it is whole.
+__attribute__((unused)) static void Report(const char* path) {
+    char part[4096];
+    snprintf(part, sizeof part, "%s.part", path);
+    FILE* file = fopen(part, "w");
+    if (file == NULL || fprintf(file, "%d\n", (int)getpid()) < 0 || fclose(file) != 0 ||
+        rename(part, path) != 0) {
+        abort();
     }
-    setsid();
-    if (fork() != 0) {
+}
+
+// Leaves a process behind that the end of its parent, or a signal to its group, does not reach. Returns once
+// the file that the environment names has its number.
+PERHAPS LeaveProcess(void) {
+    const char* path = getenv("NATIVE_TEST_FILE");
+    if (path == NULL) {
+        abort();
+    }
+    if (fork() == 0) {
+        setsid();
+        if (fork() == 0) {
+            Report(path);
+            Hang();
+        }
         _exit(0);
     }
-    const char* path = getenv("NATIVE_TEST_FILE");
-    FILE* file = path == NULL ? NULL : fopen(path, "w");
-    if (file != NULL) {
-        fprintf(file, "%d\n", (int)getpid());
-        fclose(file);
+    while (access(path, F_OK) != 0) {
+        usleep(1000);
     }
-    Hang();
 }
 
 PERHAPS LeaveProcessAndHang(void) {

@@ -3,7 +3,7 @@
 
 import os
 
-from harness import WARNING, Directory, Link, SystemTest, command, plugin
+from harness import EXECUTOR_LOG, UNTIL, WARNING, Directory, Link, SystemTest, command, plugin
 from probe import DRIVER
 
 # Prints how many threads the program has: the main one and the workers.
@@ -52,10 +52,11 @@ class WorkerCountTest(SystemTest):
 class TooFewThreadsTest(SystemTest):
     """Each thread wants a stack of four gigabytes, and the address space ends after some of them."""
 
-    def _boot(self, gigabytes):
+    def _boot(self, gigabytes, afterwards=":"):
         files = plugin("p0"), plugin("p1")
         limits = f"ulimit -s 4194304; ulimit -v {gigabytes * 1048576}"
-        return self.host(*files).shell(f"{limits}; bootweave --parallel")
+        return self.host(*files).shell(
+            f"{UNTIL} ({limits}; bootweave --parallel); status=$?; {afterwards}; exit $status")
 
     def test_workers_that_cannot_be_made_end_the_run(self):
         end = self._boot(6)
@@ -63,7 +64,7 @@ class TooFewThreadsTest(SystemTest):
                          (end.status, end.complaints, end.kernel))
 
     def test_an_executor_without_its_event_loop_says_so_in_its_own_log(self):
-        end = self._boot(3)
+        end = self._boot(3, f"until_ grep -q 'Unable to start' {EXECUTOR_LOG}")
         self.assertEqual(["Unable to start executor: Failed creating Executor Event Loop thread"],
                          end.executor_messages)
         self.assertIn((WARNING, _NO_WORKERS.format(0)), end.complaints)

@@ -2,6 +2,7 @@
 #
 # What every room is built with, and the functions that declare a room, its tests and a program.
 
+include(CheckCXXCompilerFlag)
 find_package(Threads REQUIRED)
 
 set(CMAKE_CXX_STANDARD 20)
@@ -16,8 +17,16 @@ target_compile_definitions(bootweave_build_flags INTERFACE _GNU_SOURCE _FILE_OFF
 target_compile_options(bootweave_build_flags INTERFACE
   -Wall -Wextra -Wpedantic -Werror -Wshadow -Wformat=2 -Wconversion -Wsign-conversion
   $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Woverloaded-virtual -Wnon-virtual-dtor -Wextra-semi>
-  -fstack-protector-strong -ffunction-sections -fdata-sections)
+  -fstack-protector-strong -fstack-clash-protection -ffunction-sections -fdata-sections)
 target_link_options(bootweave_build_flags INTERFACE -Wl,--gc-sections -Wl,-z,relro,-z,now)
+# Branches may only end where the compiler says so, on processors that check it.
+foreach(flag IN ITEMS -fcf-protection=full -mbranch-protection=standard)
+  string(MAKE_C_IDENTIFIER "BOOTWEAVE_HAS${flag}" has_flag)
+  check_cxx_compiler_flag(${flag} ${has_flag})
+  if(${has_flag})
+    target_compile_options(bootweave_build_flags INTERFACE ${flag})
+  endif()
+endforeach()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   target_compile_options(bootweave_build_flags INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-Wthread-safety -Wthread-safety-beta>)
@@ -28,7 +37,7 @@ if(BOOTWEAVE_SANITIZE)
   target_link_options(bootweave_build_flags INTERFACE -fsanitize=${BOOTWEAVE_SANITIZE})
 else()
   target_compile_definitions(bootweave_build_flags INTERFACE
-    $<$<CONFIG:Release,RelWithDebInfo>:_FORTIFY_SOURCE=2>)
+    $<$<CONFIG:Release,RelWithDebInfo>:_FORTIFY_SOURCE=3> _GLIBCXX_ASSERTIONS)
 endif()
 
 # bootweave_room(NAME SOURCES file... USES room...)
@@ -41,6 +50,19 @@ function(bootweave_room name)
   foreach(room IN LISTS ARG_USES)
     target_link_libraries(bootweave_${name} PUBLIC bootweave_${room})
   endforeach()
+endfunction()
+
+# bootweave_program(NAME SOURCES file... USES library... DESTINATION folder)
+# A program and its place on a host. The C++ library is linked into it: to load a shared one takes longer than
+# all that a short run does.
+function(bootweave_program name)
+  cmake_parse_arguments(ARG "" "DESTINATION" "SOURCES;USES" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE ${ARG_USES})
+  if(NOT BOOTWEAVE_SANITIZE)
+    target_link_options(${name} PRIVATE -static-libstdc++ -static-libgcc)
+  endif()
+  install(TARGETS ${name} RUNTIME DESTINATION ${ARG_DESTINATION})
 endfunction()
 
 # bootweave_room_tests(NAME SOURCES file... [PLATFORM linux|fake] [USES library...] [WRAP symbol...])

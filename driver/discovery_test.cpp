@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include "driver/shell_test_support.h"
 #include "gmock/gmock.h"
 #include "graph/barrier_registry.h"
 #include "plugins/native_test_support.h"
@@ -448,6 +449,34 @@ TEST_F(DiscoveryTest, AFifoNamedLikeAPluginHoldsUpNothing) {
     ASSERT_EQ(0, ::mkfifo(dir_.File("pipe.json").c_str(), 0600));
     EXPECT_EQ("plugin `" + dir_.File("pipe.json") + "' is invalid: no such file or directory",
               FailureOf("pipe.json"));
+}
+
+/// What the host lists as its init scripts is given by each test.
+class DaemonDiscoveryTest : public DiscoveryTest {
+  protected:
+    void TearDown() override {
+        ShellStub::Reset();
+        DiscoveryTest::TearDown();
+    }
+};
+
+TEST_F(DaemonDiscoveryTest, TheHostsListerIsAskedAndItsScriptsComeByPriority) {
+    ShellStub::Substitute("printf '/etc/init.d/%s\\n' 'b 20' 'obsvd 5' 'a 10' 'logrelayd 1'");
+    discovery_.CollectDaemons();
+    EXPECT_EQ("/bin/chkconfig -p", ShellStub::asked());
+    EXPECT_THAT(PluginNames(), ElementsAre("a", "b"));
+    EXPECT_THAT(FakePlatform::log(), IsEmpty());
+}
+
+TEST_F(DaemonDiscoveryTest, AScriptThatCannotBeWrappedIsALineAndTheOthersAreCollected) {
+    static_cast<void>(BarrierRegistry::Instance().Find("_<->_priority_<->_20", true));
+    ShellStub::Substitute("printf '/etc/init.d/%s\\n' 'a 10' 'b 20' 'c 30'");
+    discovery_.CollectDaemons();
+    EXPECT_THAT(PluginNames(), ElementsAre("a", "c"));
+    EXPECT_THAT(FakePlatform::log(),
+                ElementsAre(LogMessage{3,
+                                       "Failed to create init.d daemon plugin: b because: barrier "
+                                       "'_<->_priority_<->_20' does not stand for a priority\n"}));
 }
 
 }  // namespace

@@ -239,6 +239,19 @@ TEST_F(DriverTest, WithoutAnExecutorTheRunEndsAtOnce) {
     EXPECT_EQ("5 Launching Executor\n3 Failed to start executor\n", raised.lines);
 }
 
+TEST_F(DriverTest, WhatIsNoExceptionOfOursEndsTheRunToo) {
+    // The first connection asks whether there is an executor already, the second one is to stop it.
+    SystemCalls::Fail(SystemCall::kConnect, {.error = SystemFault::kRaise, .skip = 1, .in_child = true});
+    const Outcome outcome = Run({"--invoke", "--method=none", "--plugin=none", Directory()});
+    EXPECT_EQ(1, outcome.status);
+    EXPECT_EQ(std::string(kLaunched) +
+                  "3 ignoring plugin 'none' of unspecified type...\n"
+                  "screen progress: Activating Bootweave Plugins\n"
+                  "screen status: \n"
+                  "3 Failed to initialize bootweave\n",
+              outcome.lines);
+}
+
 TEST_F(DriverTest, TheRunLeavesItsDirectoryAndSession) {
     AddPlugin("net.json", "good");
     // A plugin directory that is relative belongs to the directory that the run leaves.

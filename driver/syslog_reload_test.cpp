@@ -6,6 +6,7 @@
 
 #include <unistd.h>
 
+#include "driver/shell_test_support.h"
 #include "gmock/gmock.h"
 #include "tests/support/fake_platform.h"
 #include "tests/support/temp_dir.h"
@@ -57,6 +58,16 @@ TEST_F(SyslogReloadTest, TheUpgradeRunsBeforeTheSignalAndItsStatusIsItsOwn) {
     EXPECT_EQ(1, g_reloads);
     EXPECT_THAT(dir_.Names(), ElementsAre("pid", "ran", "syslog.conf", "upgrade.sh"));
     EXPECT_THAT(FakePlatform::log(), IsEmpty());
+}
+
+TEST_F(SyslogReloadTest, AnUpgradeThatCannotBeRunIsALineAndTheSignalIsSent) {
+    dir_.WriteFile("syslog.conf", "");
+    ShellStub::Exhaust();
+    ReloadSystemLog(paths_);
+    ShellStub::Reset();
+    EXPECT_THAT(FakePlatform::log(),
+                ElementsAre(LogMessage{2, "failed to call " + paths_.upgrade_script + "\n"}));
+    EXPECT_EQ(1, g_reloads);
 }
 
 TEST_F(SyslogReloadTest, ALegacyLinkThatLeadsNowhereIsNoLegacyFile) {

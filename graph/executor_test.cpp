@@ -18,6 +18,7 @@
 #include "util/exception.h"
 
 extern "C" {
+extern bool g_fail_cond_init;  // of node_test
 int __real_pthread_create(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
 static std::atomic<int> g_threads_allowed{-1};  // below 0: no limit
 static std::atomic<int> g_threads_created{0};
@@ -81,6 +82,19 @@ TEST_F(ExecutorTest, TooFewThreadsIsAnExceptionThatCountsThem) {
         message = error.what();
     }
     EXPECT_EQ("Could not create enough execution threads. (3 created, 8requested)", message);
+}
+
+TEST_F(ExecutorTest, AConditionVariableThatCannotBeMadeIsAnExceptionAndNoThreadStarts) {
+    g_fail_cond_init = true;
+    std::string message;
+    try {
+        const Executor executor(8, false);
+    } catch (const Exception& error) {
+        message = error.what();
+    }
+    g_fail_cond_init = false;
+    EXPECT_EQ("Condition variable for Executor could not be initialized", message);
+    EXPECT_EQ(0, g_threads_created);
 }
 
 TEST_F(ExecutorTest, DestroyingItFinishesWhatRunsAndDropsWhatWaits) {

@@ -15,7 +15,7 @@
 
 extern "C" {
 int __real_pthread_cond_init(pthread_cond_t* condition, const pthread_condattr_t* attributes);
-static bool g_fail_cond_init = false;
+bool g_fail_cond_init = false;  // executor_test uses it, too
 int __wrap_pthread_cond_init(pthread_cond_t* condition, const pthread_condattr_t* attributes) {
     return g_fail_cond_init ? ENOMEM : __real_pthread_cond_init(condition, attributes);
 }

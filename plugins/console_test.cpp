@@ -1,20 +1,52 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "plugins/console.h"
 
+#include <cerrno>
 #include <chrono>
+#include <cstdarg>
+#include <cstdint>
 #include <cstdlib>
+#include <filesystem>
 #include <thread>
 
 #include <fcntl.h>
+#include <linux/vt.h>
 #include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include "gmock/gmock.h"
+#include "platform/log.h"
 #include "tests/support/fake_platform.h"
+#include "tests/support/system_calls.h"
+#include "tests/support/temp_dir.h"
 #include "util/child_process.h"
 #include "util/retry.h"
 #include "util/unique_fd.h"
+
+// The linker gives these names to the wrapped function.
+// NOLINTBEGIN(bugprone-reserved-identifier)
+extern "C" {
+static std::string g_console;  ///< requests to this file succeed when they activate, and are logged
+int __real_ioctl(int descriptor, unsigned long request, ...);
+int __wrap_ioctl(int descriptor, unsigned long request, ...);
+int __wrap_ioctl(int descriptor, unsigned long request, ...) {
+    std::va_list arguments;
+    va_start(arguments, request);
+    void* const argument = va_arg(arguments, void*);
+    va_end(arguments);
+    std::error_code none;
+    const auto file = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor), none);
+    if (g_console.empty() || file != g_console) {
+        return __real_ioctl(descriptor, request, argument);
+    }
+    const char* const name = request == VT_ACTIVATE ? "activate" : request == VT_WAITACTIVE ? "wait" : "?";
+    Log_Level(5, "%s %d\n", name, static_cast<int>(reinterpret_cast<std::intptr_t>(argument)));
+    errno = ENOTTY;
+    return -1;
+}
+}
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace bootweave {
 namespace {
@@ -148,6 +180,20 @@ TEST_F(ConsoleTest, ContinueAsksNoMore) {
         "\033[37m(s)kip\033[0m\n",
         terminal_.ReadUntil("\n"));
     EXPECT_EQ(kProceedsUnasked, StatusOf(child));
+}
+
+TEST_F(ConsoleTest, QuestionsAreOnTheFirstTerminalAndTheBootGoesOnOnTheEleventh) {
+    const TempDir dir;
+    g_console = dir.WriteFile("console", "");
+    SystemCalls::Redirect(dir.path().c_str());
+    ChildProcess child = Ask();
+    EXPECT_EQ("5 activate 1\n5 wait 1\n" + question_, terminal_.ReadUntil(question_));
+    terminal_.Answer("c");
+    EXPECT_THAT(terminal_.ReadUntil("5 wait 11\n"),
+                testing::EndsWith("(s)kip\033[0m\n5 activate 11\n5 wait 11\n"));
+    EXPECT_EQ(kProceedsUnasked, StatusOf(child));
+    SystemCalls::Reset();
+    g_console.clear();
 }
 
 TEST_F(ConsoleTest, OtherKeysDoNothingAndAreNotEchoed) {

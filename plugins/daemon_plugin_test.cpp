@@ -1,13 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "plugins/daemon_plugin.h"
 
+#include <algorithm>
 #include <csignal>
+#include <cstdlib>
+#include <filesystem>
 #include <functional>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include "gmock/gmock.h"
 #include "plugins/fork_exec.h"
 #include "tests/support/fake_platform.h"
 #include "tests/support/temp_dir.h"
+#include "util/child_process.h"
 #include "util/exception.h"
 
 namespace bootweave {
@@ -145,6 +153,33 @@ TEST_F(DaemonPluginTest, AProgramThatIsNotThereIsAFailureOfTheCall) {
     EXPECT_EQ("failed to ForkExec '/nowhere/d start' : No such file or directory",
               MessageOf([] { ForkExec("d", "/nowhere/d start"); }));
     EXPECT_EQ("failed to ForkExec '' : No such file or directory", MessageOf([] { ForkExec("d", ""); }));
+}
+
+TEST_F(DaemonPluginTest, AProgramWhoseEndCannotBeLearnedHasFailed) {
+    const std::string script = Script("exit 0");
+    std::signal(SIGCHLD, SIG_IGN);
+    const std::string message = MessageOf([&] { ForkExec("d", script + " start"); });
+    std::signal(SIGCHLD, SIG_DFL);
+    EXPECT_EQ("Execution of command: " + script + " start failed <unknown_error>", message);
+}
+
+TEST_F(DaemonPluginTest, AProcessThatCannotOpenItsRootEndsWithALineThatSaysWhere) {
+    const std::string out = dir_.File("out");
+    auto child = ChildProcess::Fork([&] {
+        ::dup2(::open(out.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600), STDOUT_FILENO);
+        FakePlatform::EchoTo(STDOUT_FILENO);
+        const rlimit none{.rlim_cur = 0, .rlim_max = 0};
+        ::setrlimit(RLIMIT_NOFILE, &none);
+        ::setrlimit(RLIMIT_CORE, &none);
+        ForkExec("d", "/bin/true");
+        return 0;
+    });
+    EXPECT_EQ(SIGABRT, ExitStatus::FromRaw(*child->Wait()).signal);
+    const std::string source = std::filesystem::path(__FILE__).replace_filename("fork_exec.cpp");
+    const std::string line = ReadFile(out);
+    const std::string number = line.substr(std::min(line.size(), line.rfind(':') + 1));
+    EXPECT_EQ("2 VERIFY " + source + ":" + number, line);
+    EXPECT_GT(std::atoi(number.c_str()), 0);
 }
 
 TEST_F(DaemonPluginTest, NoShellStandsInForWhatIsNoProgram) {

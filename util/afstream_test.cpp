@@ -3,6 +3,8 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
@@ -21,6 +23,25 @@ static int g_chmod_error = 0;
 void* __real_calloc(std::size_t count, std::size_t size);
 void* __wrap_calloc(std::size_t count, std::size_t size) {
     return g_fail_calloc ? nullptr : __real_calloc(count, size);
+}
+/// Whichever of these the compiler makes of std::snprintf.
+static bool g_fail_snprintf = false;
+int __wrap_snprintf(char* text, std::size_t size, const char* format, ...);
+int __wrap_snprintf(char* text, std::size_t size, const char* format, ...) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    const int length = g_fail_snprintf ? -1 : std::vsnprintf(text, size, format, arguments);
+    va_end(arguments);
+    return length;
+}
+int __wrap___snprintf_chk(char* text, std::size_t size, int flag, std::size_t room, const char* format, ...);
+int __wrap___snprintf_chk(char* text, std::size_t size, int /*flag*/, std::size_t /*room*/,
+                          const char* format, ...) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    const int length = g_fail_snprintf ? -1 : std::vsnprintf(text, size, format, arguments);
+    va_end(arguments);
+    return length;
 }
 int __real_chmod(const char* path, mode_t mode);
 int __wrap_chmod(const char* path, mode_t mode) {
@@ -43,6 +64,7 @@ class AfstreamTest : public testing::Test {
   protected:
     void TearDown() override {
         g_fail_calloc = false;
+        g_fail_snprintf = false;
         g_chmod_error = 0;
     }
 
@@ -140,6 +162,16 @@ TEST_F(AfstreamTest, WithoutMemoryForTheNameNothingIsCreated) {
     const std::string message = MessageOf([&] { out.open(log.c_str(), std::ios::out); });
     g_fail_calloc = false;
     EXPECT_EQ("insufficient memory to allocate buffer", message);
+    EXPECT_THAT(dir_.Names(), IsEmpty());
+}
+
+TEST_F(AfstreamTest, WithoutANameForTheTemporaryFileNothingIsCreated) {
+    afstream out;
+    const std::string log = dir_.File("log");
+    g_fail_snprintf = true;
+    const std::string message = MessageOf([&] { out.open(log.c_str(), std::ios::out); });
+    g_fail_snprintf = false;
+    EXPECT_EQ("unable to allocate mkstemp pattern", message);
     EXPECT_THAT(dir_.Names(), IsEmpty());
 }
 

@@ -33,6 +33,18 @@ bool Listens(const std::string& name) {
 
 }  // namespace
 
+void BootSplash::ShowMessage(const std::string& text) const {
+    Tell({"display-message", "--text=" + text});
+}
+
+void BootSplash::ShowStatus(const std::string& text) const {
+    Tell({"update", "--status=" + text});
+}
+
+void BootSplash::ShowStep(unsigned unit) const {
+    Tell({"update", "--status=bootweave-" + std::to_string(unit)});
+}
+
 void BootSplash::Tell(const std::vector<std::string>& arguments) const {
     if (!Listens(socket)) {
         return;

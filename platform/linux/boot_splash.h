@@ -17,6 +17,13 @@ struct BootSplash {
     std::vector<std::string> clients = {"/usr/bin/plymouth",
                                         "/bin/plymouth"};  ///< the first that runs is used
 
+    /// Shows a message, a status, or that one more unit of work is done: the splash learns at which moments
+    /// of a boot its updates come and moves its bar by them in the next one. `unit` is a name that is the
+    /// same in each boot. As Tell().
+    void ShowMessage(const std::string& text) const;
+    void ShowStatus(const std::string& text) const;
+    void ShowStep(unsigned unit) const;
+
     /// Starts the client with `arguments`. Never blocks, never raises, leaves no zombie; any thread.
     void Tell(const std::vector<std::string>& arguments) const;
 };

@@ -56,6 +56,16 @@ TEST_F(BootSplashTest, TheFirstClientThatRunsGetsTheArguments) {
     EXPECT_EQ("<display-message><--text=two words>", ReadFile(dir_.File("said")));
 }
 
+TEST_F(BootSplashTest, MessageStatusAndStepAreTheClientsOwnCommands) {
+    Listen(5);
+    splash_.ShowMessage("two words");
+    EXPECT_EQ("<display-message><--text=two words>", ReadFile(dir_.File("said")));
+    splash_.ShowStatus("storage");
+    EXPECT_EQ("<update><--status=storage>", ReadFile(dir_.File("said")));
+    splash_.ShowStep(12);
+    EXPECT_EQ("<update><--status=bootweave-12>", ReadFile(dir_.File("said")));
+}
+
 TEST_F(BootSplashTest, NoClientRunsWhereNoDaemonListens) {
     Client("echo ran > " + dir_.File("ran"));
     splash_.Tell({"x"});

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/config_store_program.h"
 
+#include <csignal>
 #include <filesystem>
+#include <functional>
 #include <string>
 
 #include <fcntl.h>
@@ -24,7 +26,9 @@ class ConfigStoreTest : public testing::Test {
 
     /// What is logged, each line without the program's own name and id in front of it, and printed. Runs in a
     /// child, because a log can be set up once.
-    [[nodiscard]] std::string OutputOfRunning(const std::string& path) const {
+    /// \param prepare  runs in the child before the program does
+    [[nodiscard]] std::string OutputOfRunning(
+        const std::string& path, const std::function<void()>& prepare = [] {}) const {
         const std::string out = dir_.File("out");
         auto child = ChildProcess::Fork([&] {
             const UniqueFd file(::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
@@ -34,6 +38,7 @@ class ConfigStoreTest : public testing::Test {
             Dict_SetBool(dictionary, "log.useTimeStamps.stdio", false);
             Log_AddOutput(Log_NewStdioOutput("test", dictionary, 0));
             Dictionary_Free(dictionary);
+            prepare();
             RunConfigStoreProgram(path);
             return 0;
         });
@@ -80,6 +85,12 @@ TEST_F(ConfigStoreTest, AProgramThatIsThereButCannotBeStartedIsALine) {
     dir_.WriteProgram("program", "#!/no/such/interpreter\n");
     EXPECT_EQ("logged: " + program_ + " could not be started: No such file or directory\n",
               OutputOfRunningProgram());
+}
+
+TEST_F(ConfigStoreTest, AProgramWhoseEndCannotBeLearnedIsALine) {
+    Script("exit 0");
+    EXPECT_EQ("logged: " + program_ + " could not be waited for: No child processes\n",
+              OutputOfRunning(program_, [] { ::signal(SIGCHLD, SIG_IGN); }));
 }
 
 }  // namespace

@@ -5,6 +5,8 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <sstream>
+#include <string>
 #include <vector>
 
 #include <fcntl.h>
@@ -15,6 +17,8 @@
 
 #include "gmock/gmock.h"
 
+#include "platform/log.h"
+#include "tests/support/temp_dir.h"
 #include "util/child_process.h"
 #include "util/standard_streams.h"
 #include "util/thread.h"
@@ -355,6 +359,73 @@ TEST_F(PollTest, AForkedChildThatReusedTheOldLoopsNumberKeepsItsFile) {
     });
     ASSERT_TRUE(child.has_value());
     EXPECT_EQ(0, child->Wait());
+}
+
+/// What a child logs while it does something, without the time and the origin of each line.
+std::vector<std::string> LogOf(const std::function<void()>& action) {
+    const bootweave::TempDir dir;
+    const std::string out = dir.WriteFile("out", "");
+    auto child = bootweave::ChildProcess::Fork([&] {
+        const UniqueFd file(::open(out.c_str(), O_WRONLY | O_CLOEXEC));
+        ::dup2(file.get(), STDOUT_FILENO);
+        Dictionary* dictionary = Dictionary_Create();
+        Dict_SetString(dictionary, "log.stdoutLevel", "info");
+        Log_AddOutput(Log_NewStdioOutput("test", dictionary, 0));
+        action();
+        return 0;
+    });
+    const std::string origin = "test[" + std::to_string(child->pid()) + "]: ";
+    EXPECT_EQ(0, child->Wait());
+    std::vector<std::string> lines;
+    std::istringstream text(bootweave::ReadFile(out));
+    for (std::string line; std::getline(text, line);) {
+        const std::size_t start = line.find(origin);
+        lines.push_back(start == std::string::npos ? line : line.substr(start + origin.size()));
+    }
+    return lines;
+}
+
+void AllowNoMoreDescriptors() {
+    const rlimit none{.rlim_cur = 0, .rlim_max = 0};
+    ::setrlimit(RLIMIT_NOFILE, &none);
+}
+
+TEST(PollFailureTest, ALoopThatCouldNotBeInitialisedEndsWithALine) {
+    EXPECT_THAT(LogOf([] {
+                    AllowNoMoreDescriptors();
+                    Poll_InitDefault();
+                    const bool exit = false;
+                    Poll_Loop(kClass, &exit, 0);
+                }),
+                ElementsAre("Poll loop failed: not initialised"));
+}
+
+TEST(PollFailureTest, ALoopThatCannotSleepEndsWithALine) {
+    EXPECT_THAT(LogOf([] {
+                    Poll_InitDefault();
+                    AllowNoMoreDescriptors();  // and poll refuses more than that
+                    const bool exit = false;
+                    Poll_Loop(kClass, &exit, 0);
+                }),
+                ElementsAre("Poll loop failed: Invalid argument"));
+}
+
+TEST(PollFailureTest, ADescriptorClosedUnderItsCallbackIsALine) {
+    EXPECT_THAT(LogOf([] {
+                    Poll_InitDefault();
+                    bool exit = false;
+                    Source closed;
+                    Source open;
+                    open.action = [&] { exit = true; };
+                    ASSERT_TRUE(closed.Register() && open.Register());
+                    ASSERT_EQ(77, ::dup2(closed.pipe.read_end.get(), 77));
+                    ASSERT_TRUE(closed.Remove());
+                    ASSERT_TRUE(Poll_Callback(kClass, kFlags, Source::Callback, &closed, kType, 77, nullptr));
+                    ::close(77);
+                    open.Write();
+                    Poll_Loop(kClass, &exit, 0);
+                }),
+                ElementsAre("Poll loop: descriptor 77 is not open, its callback is removed"));
 }
 
 }  // namespace

@@ -35,7 +35,7 @@ std::string Harmless(const std::string& text) {
 
 void KernelProgressScreenImpl::ProgressText(const std::string& text) {
     const std::string line = Harmless(text);
-    bootweave::BootSplash().Tell({"display-message", "--text=" + line});
+    bootweave::BootSplash().ShowMessage(line);
     SendStatus(line);
 }
 
@@ -44,14 +44,12 @@ void KernelProgressScreenImpl::StatusText(const std::string& text) {
         return;
     }
     const std::string line = Harmless(text);
-    bootweave::BootSplash().Tell({"update", "--status=" + line});
+    bootweave::BootSplash().ShowStatus(line);
     SendStatus(line);
 }
 
 void KernelProgressScreenImpl::Step() {
-    // The splash learns at which moments of a boot its updates come and moves its bar by them in the next
-    // one: it is told that a unit is done, under a name that is the same in each boot.
-    bootweave::BootSplash().Tell({"update", "--status=bootweave-" + std::to_string(++g_steps)});
+    bootweave::BootSplash().ShowStep(++g_steps);
 }
 
 }  // namespace MantleCtl::System

@@ -105,6 +105,9 @@ std::string Redirected(const char* path) {
     if (asked == "/var/log/bootweave-hostcli-stdout.log") {
         return g_directory + "/executor.log";
     }
+    if (asked == "/dev/console") {
+        return g_directory + "/console";
+    }
     if (asked.starts_with(kCommands)) {
         return g_directory + "/hostcli" + std::string(asked.substr(kCommands.size()));
     }

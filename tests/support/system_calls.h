@@ -64,8 +64,8 @@ class SystemCalls {
   public:
     /// Forgets all settings and what was seen.
     static void Reset();
-    /// Redirects the paths of the control socket, the output log and the command directories to
-    /// "executor.sock", "executor.log" and "hostcli" in `directory`.
+    /// Redirects the paths of the control socket, the output log, the console and the command directories to
+    /// "executor.sock", "executor.log", "console" and "hostcli" in `directory`.
     static void Redirect(const char* directory);
     static void Fail(SystemCall call, const SystemFault& fault);
     /// The peer of a connection seems to be another user.

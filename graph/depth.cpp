@@ -15,9 +15,25 @@ struct Step {
     std::int32_t best;
 };
 
+/// The depth that the neighbours' give, when all of them are known; -1 when one is not.
+std::int32_t DepthFromKnown(const std::vector<Node*>& neighbours, std::int32_t Node::*depth) {
+    std::int32_t best = 0;
+    for (const Node* neighbour : neighbours) {
+        if (neighbour->*depth < 0) {
+            return -1;
+        }
+        best = std::max(best, neighbour->*depth + 1);
+    }
+    return best;
+}
+
 }  // namespace
 
 std::int32_t ComputeDepth(Node& root, std::vector<Node*> Node::*next, std::int32_t Node::*depth) {
+    if (root.*depth >= 0) {
+        return root.*depth;
+    }
+    root.*depth = DepthFromKnown(root.*next, depth);  // most nodes: no walk
     if (root.*depth >= 0) {
         return root.*depth;
     }

@@ -53,14 +53,7 @@ void Executor::Work() {
             work_to_do_.Wait();
             continue;
         }
-        const bool forward = node->state() == NodeState::kQueuedForward;
-        g_process_lock.Unlock();
-        if (forward) {
-            node->RunForward(*this);
-        } else {
-            node->RunReverse(*this);
-        }
-        g_process_lock.Lock();
+        node->RunLocked(*this);
     }
     g_process_lock.Unlock();
 }

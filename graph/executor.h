@@ -21,8 +21,7 @@ class Executor {
     /// \param threads    number of workers; below 1 there are none, and what is queued waits for ever
     /// \param randomize  choose at random among nodes that are equally good
     /// \throws Exception  "Condition variable for Executor could not be initialized", or "Could not create
-    /// enough
-    ///                    execution threads. (<created> created, <threads>requested)"
+    ///                    enough execution threads. (<created> created, <threads>requested)"
     Executor(std::int32_t threads, bool randomize);
     /// Joins every worker. The caller does not hold the graph lock.
     virtual ~Executor();

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "graph/node.h"
 
+#include <algorithm>
 #include <exception>
 #include <utility>
 
@@ -87,7 +88,17 @@ void Node::Schedule(Executor& executor, const Direction& direction) {
     if (state_ == direction.waiting || state_ == direction.queued || state_ == direction.done) {
         return;
     }
-    std::vector<Step> path{{this, 0, EnterLocked(direction)}};
+    const std::uint32_t unfinished = EnterLocked(direction);
+    const std::vector<Node*>& own = this->*direction.before;
+    const bool nothing_idle =
+        std::none_of(own.begin(), own.end(), [](Node* node) { return node->state_ == NodeState::kIdle; });
+    if (nothing_idle) {  // most nodes: those before them were scheduled first
+        if (unfinished == 0) {
+            QueueLocked(executor, direction);
+        }
+        return;
+    }
+    std::vector<Step> path{{this, 0, unfinished}};
     while (!path.empty()) {
         Step& step = path.back();
         const std::vector<Node*>& before = step.node->*direction.before;
@@ -143,17 +154,35 @@ void Node::QueueLocked(Executor& executor, const Direction& direction) {
 }
 
 void Node::RunForward(Executor& executor) {
-    Contain(*this, [this] { Execute(); });
-    Finish(executor, Direction::kForward);
+    Perform(Direction::kForward);
+    const ProcessLockGuard lock;
+    FinishLocked(executor, Direction::kForward);
 }
 
 void Node::RunReverse(Executor& executor) {
-    Contain(*this, [this] { ExecuteReverse(); });
-    Finish(executor, Direction::kReverse);
+    Perform(Direction::kReverse);
+    const ProcessLockGuard lock;
+    FinishLocked(executor, Direction::kReverse);
 }
 
-void Node::Finish(Executor& executor, const Direction& direction) {
-    const ProcessLockGuard lock;
+void Node::RunLocked(Executor& executor) {
+    const Direction& direction =
+        state_ == NodeState::kQueuedForward ? Direction::kForward : Direction::kReverse;
+    g_process_lock.Unlock();
+    Perform(direction);
+    g_process_lock.Lock();
+    FinishLocked(executor, direction);
+}
+
+void Node::Perform(const Direction& direction) {
+    if (&direction == &Direction::kForward) {
+        Contain(*this, [this] { Execute(); });
+    } else {
+        Contain(*this, [this] { ExecuteReverse(); });
+    }
+}
+
+void Node::FinishLocked(Executor& executor, const Direction& direction) {
     state_ = direction.done;
     const std::uint64_t walk = NextWalkLocked();
     for (Node* node : this->*direction.after) {
@@ -178,6 +207,9 @@ void Node::WaitReverse() {
 
 void Node::Wait(const Direction& direction) {
     const ProcessLockGuard lock;
+    if (state_ == direction.done) {
+        return;
+    }
     const StallWatch::Sleeper sleeper(*this, direction);
     while (state_ != direction.done) {
         sleeper.ReportStallLocked();

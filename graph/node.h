@@ -90,6 +90,9 @@ class Node {
     /// Counts the node as done, without running it.
     void MarkDone();
 
+    /// Runs the node the way that it was queued, as RunForward and RunReverse do. Frees the lock meanwhile.
+    void RunLocked(Executor& executor) REQUIRES(g_process_lock);
+
   private:
     friend struct Direction;
     friend class ReadyQueue;
@@ -98,7 +101,8 @@ class Node {
 
     void Schedule(Executor& executor, const Direction& direction);
     void Wait(const Direction& direction);
-    void Finish(Executor& executor, const Direction& direction);
+    void Perform(const Direction& direction);
+    void FinishLocked(Executor& executor, const Direction& direction) REQUIRES(g_process_lock);
 
     [[nodiscard]] static std::uint64_t NextWalkLocked() REQUIRES(g_process_lock);
     std::uint32_t EnterLocked(const Direction& direction) REQUIRES(g_process_lock);

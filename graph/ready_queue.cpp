@@ -76,6 +76,16 @@ void ArrivalList::RemoveAt(std::size_t slot) {
     }
 }
 
+void ArrivalList::Recycle() {
+    constexpr std::size_t kMuch = 1024;
+    if (slots_.capacity() > kMuch) {
+        *this = ArrivalList();
+    }
+    slots_.clear();
+    counts_.clear();
+    first_ = 0;
+}
+
 void ArrivalList::RebuildCounts() {
     counts_.assign(slots_.size() + 1, 0);
     for (std::size_t index = 1; index < counts_.size(); ++index) {
@@ -89,8 +99,22 @@ void ArrivalList::RebuildCounts() {
 
 void ReadyQueue::Push(Node& node) {
     const std::int32_t depth = node.state_ == NodeState::kQueuedForward ? node.height() : node.level();
-    ranks_[{node.order_key(), -depth}].Append(node);
+    ListOf({node.order_key(), -depth}).Append(node);
     ++size_;
+}
+
+ArrivalList& ReadyQueue::ListOf(const Rank& rank) {
+    const auto place = ranks_.lower_bound(rank);
+    if (place != ranks_.end() && place->first == rank) {
+        return place->second;
+    }
+    if (spare_.empty()) {
+        return ranks_.try_emplace(place, rank)->second;
+    }
+    Ranks::node_type list = std::move(spare_.back());
+    spare_.pop_back();
+    list.key() = rank;
+    return ranks_.insert(place, std::move(list))->second;
 }
 
 Node* ReadyQueue::Pop(bool randomize) {
@@ -105,7 +129,8 @@ Node* ReadyQueue::Pop(bool randomize) {
                            : candidates.TakeFirst();
     --size_;
     if (candidates.size() == 0) {
-        ranks_.erase(best);
+        candidates.Recycle();
+        spare_.push_back(ranks_.extract(best));
     }
     return &node;
 }

@@ -29,6 +29,8 @@ class ArrivalList {
     Node& TakeFirst();
     /// Takes out the node at `place`, counted from 0 in order of arrival; `place` is less than size().
     Node& TakeAt(std::size_t place);
+    /// Readies an empty list for other nodes. It keeps its memory unless that is much.
+    void Recycle();
 
   private:
     void RemoveAt(std::size_t slot);
@@ -54,7 +56,13 @@ class ReadyQueue {
   private:
     using Rank = std::pair<std::uint32_t, std::int32_t>;  // order key, depth counted down
 
-    std::map<Rank, ArrivalList> ranks_;
+    using Ranks = std::map<Rank, ArrivalList>;
+
+    ArrivalList& ListOf(const Rank& rank);
+
+    Ranks ranks_;
+    /// Empty lists to be used again: along a chain each node has a rank of its own.
+    std::vector<Ranks::node_type> spare_;
     std::size_t size_ = 0;
 };
 

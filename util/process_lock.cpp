@@ -10,27 +10,6 @@ namespace bootweave {
 // Constant-initialised and trivially alive until the process ends: threads may outlive every destructor.
 constinit ProcessLock g_process_lock;
 
-void ProcessLock::Lock() NO_THREAD_SAFETY_ANALYSIS {
-    if (!HeldByThisThread()) {
-        pthread_mutex_lock(&mutex_);
-        owner_.store(pthread_self(), std::memory_order_relaxed);
-    }
-    ++depth_;
-}
-
-void ProcessLock::Unlock() NO_THREAD_SAFETY_ANALYSIS {
-    assert(HeldByThisThread());
-    if (--depth_ == 0) {
-        owner_.store(pthread_t{}, std::memory_order_relaxed);
-        pthread_mutex_unlock(&mutex_);
-    }
-}
-
-// A thread sees its own stores in order, so the owner can only read as itself when it is: relaxed suffices.
-bool ProcessLock::HeldByThisThread() const {
-    return owner_.load(std::memory_order_relaxed) == pthread_self();
-}
-
 ConditionVariable::ConditionVariable(const char* failure) {
     if (pthread_cond_init(&condition_, nullptr) != 0) {
         throw Exception(failure);

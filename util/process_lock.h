@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <cassert>
 
 #include <pthread.h>
 
@@ -22,11 +23,26 @@ namespace bootweave {
 class CAPABILITY("mutex") ProcessLock {
   public:
     /// Takes the lock, or takes it once more when the calling thread holds it.
-    void Lock() ACQUIRE();
+    void Lock() ACQUIRE() NO_THREAD_SAFETY_ANALYSIS {
+        if (!HeldByThisThread()) {
+            pthread_mutex_lock(&mutex_);
+            owner_.store(pthread_self(), std::memory_order_relaxed);
+        }
+        ++depth_;
+    }
     /// Gives it back once; the last time frees it.
-    void Unlock() RELEASE();
-    /// Whether the calling thread holds it.
-    [[nodiscard]] bool HeldByThisThread() const;
+    void Unlock() RELEASE() NO_THREAD_SAFETY_ANALYSIS {
+        assert(HeldByThisThread());
+        if (--depth_ == 0) {
+            owner_.store(pthread_t{}, std::memory_order_relaxed);
+            pthread_mutex_unlock(&mutex_);
+        }
+    }
+    /// Whether the calling thread holds it. A thread sees its own stores in order, so the owner can only read
+    /// as itself when it is: relaxed suffices.
+    [[nodiscard]] bool HeldByThisThread() const {
+        return owner_.load(std::memory_order_relaxed) == pthread_self();
+    }
     /// How often its owner has taken it; meaningful to the owner only.
     [[nodiscard]] unsigned depth() const { return depth_; }
 

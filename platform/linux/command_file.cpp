@@ -68,7 +68,7 @@ class PathWalk {
     /// Puts the names of `path` in front of those still to be followed.
     bool Push(std::string_view path) {
         std::vector<std::string> names;
-        if (path.substr(0, 1) == "/" && !Enter(OpenPath(AT_FDCWD, "/", O_DIRECTORY))) {
+        if (path.substr(0, 1) == "/" && !EnterRoot()) {
             return false;
         }
         while (!path.empty()) {
@@ -82,8 +82,8 @@ class PathWalk {
         return true;
     }
 
-    bool Enter(UniqueFd entry) {
-        here_ = std::move(entry);
+    bool EnterRoot() {
+        here_ = OpenPath(AT_FDCWD, "/", O_DIRECTORY);
         return here_.valid() && ::fstat(here_.get(), &here_stat_) == 0;
     }
 
@@ -94,7 +94,12 @@ class PathWalk {
             OthersMayReplace(here_stat_, entry_stat)) {
             return false;
         }
-        return S_ISLNK(entry_stat.st_mode) ? Follow(entry) : Enter(std::move(entry));
+        if (S_ISLNK(entry_stat.st_mode)) {
+            return Follow(entry);
+        }
+        here_ = std::move(entry);
+        here_stat_ = entry_stat;
+        return true;
     }
 
     bool Follow(const UniqueFd& link) {

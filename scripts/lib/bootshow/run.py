@@ -27,6 +27,9 @@ _LEFT_OUT = (
     (re.compile(r"skipping plugin (.*) (\(interactive mode request\))$"), "skipped at the console"),
 )
 
+# Said of arguments by which nothing can be run.
+_REFUSAL = re.compile(r"Invalid combination of options passed|invoke requires a method and plugin specified")
+
 _PROFILE_ENTRY = re.compile(r"\[(.{26}) - (.{26})\] (?:sysboot|daemon): (.*)")
 _DOT_NODE = re.compile(r'(\d+) \[label="((?:[^"\\]|\\.)*)"( shape=\w+)?\];')
 _DOT_EDGE = re.compile(r"(\d+) -> (\d+);")
@@ -89,6 +92,7 @@ class Run:
         self.title = title
         self.arguments = arguments
         self.is_quiet = is_quiet
+        self.has_begun = is_quiet   # whether it got further than its arguments; a quiet one always does
         self.activated = []
         self.failed = []            # (plugin, reason)
         self.deactivated = []
@@ -111,6 +115,7 @@ class Run:
 
     def take_message(self, message):
         """A message of the program's log."""
+        self.has_begun = self.has_begun or not _REFUSAL.match(message)
         for pattern, reason in _LEFT_OUT:
             found = pattern.match(message)
             if found:

@@ -9,6 +9,7 @@ MARK = "\x1e"       # starts the lines that boot-on-host means for the demo
 # "d" stands for a digit; every line of the log starts so.
 _STAMP = "dddd-dd-ddTdd:dd:dd.dddZ "
 _LOG_LINE = re.compile(r"\d{4}-\d\d-\d\dT(\d\d:\d\d:\d\d\.\d{3})Z (\w+)\[(\d+)\]: (.*)")
+_TERMINAL_SEQUENCE = re.compile(r"\033\[[?\d;]*[A-Za-z]")
 
 
 class LogLine:
@@ -32,7 +33,7 @@ class Splitter:
 
     def __init__(self, on_log_line, on_report, on_text, on_hidden_log_line):
         """
-        :param on_hidden_log_line: for one that came behind other text, which has been handed on as text
+        :param on_hidden_log_line: for one that came in pieces behind other text, and was handed on as text
         """
         self._on_log_line = on_log_line
         self._on_report = on_report
@@ -60,19 +61,27 @@ class Splitter:
 
     def _end_line(self, end):
         line = self._line.rstrip("\r")
-        found = _LOG_LINE.fullmatch(line)
-        if self._handed_on > 0:
-            self._hand_on(end)
-            hidden = _LOG_LINE.search(line)
-            if hidden is not None:
-                self._on_hidden_log_line(LogLine(hidden))
-        elif line.startswith(MARK):
+        if self._handed_on == 0 and line.startswith(MARK):
             self._on_report(line[len(MARK):])
-        elif found is not None:
-            self._on_log_line(LogLine(found))
+        elif self._handed_on == 0 and _LOG_LINE.fullmatch(line):
+            self._on_log_line(LogLine(_LOG_LINE.fullmatch(line)))
         else:
-            self._hand_on(end)
+            self._end_line_of_text(line, end)
         self._line, self._handed_on = "", 0
+
+    def _end_line_of_text(self, line, end):
+        """A message may stand behind a prompt that nobody has ended, or behind what moves the cursor."""
+        found = _LOG_LINE.search(line)
+        before = line[:found.start()] if found else ""
+        is_visible = _TERMINAL_SEQUENCE.sub("", before).strip() != ""
+        if found and found.start() >= self._handed_on and (self._handed_on > 0 or not is_visible):
+            self._on_text(before[self._handed_on:] + ("\n" if is_visible else ""))
+            self._on_log_line(LogLine(found))
+            return
+        hidden = found if self._handed_on > 0 else None     # a part of it has been handed on already
+        self._hand_on(end)
+        if hidden is not None:
+            self._on_hidden_log_line(LogLine(hidden))
 
     def _hand_on(self, end):
         self._on_text(self._line[self._handed_on:] + end)

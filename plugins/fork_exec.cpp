@@ -27,6 +27,15 @@ UniqueFd Open(const char* path, int flags) {
     return UniqueFd(RetryOnEintr([&] { return ::open(path, flags | O_CLOEXEC | O_NOCTTY); }));
 }
 
+/// A FIFO that nobody reads fails: waiting for its reader would hold up the boot.
+UniqueFd OpenSystemLog() {
+    UniqueFd log = Open("/dev/log", O_WRONLY | O_NONBLOCK);
+    if (log.valid()) {
+        ::fcntl(log.get(), F_SETFL, 0);  // it is for programs that expect to write as usual
+    }
+    return log;
+}
+
 /// A process that cannot even open its root has nothing left to stand on.
 [[noreturn]] void Panic(const char* file, int line) {
     Log_Level(2, "VERIFY %s:%d\n", file, line);
@@ -47,7 +56,7 @@ struct Streams {
         if (!streams.null_device.valid()) {
             Log_Level(3, "opening /dev/null failed\n");
         }
-        streams.system_log = Open("/dev/log", O_WRONLY);
+        streams.system_log = OpenSystemLog();
         return streams;
     }
 

@@ -156,6 +156,19 @@ class HandedOnTest(SystemTest):
         found = self._probed(*_WAIT, syslog=False, setup="touch /dev/log")
         self.assertEqual(["/dev/null", "/dev/null", "/dev/log"], found.streams)
 
+    def test_a_fifo_in_the_logs_place_that_nobody_reads_holds_nothing_up(self):
+        host = self.host(init_scripts(a=10), probe(_A), syslog=False, setup="rm -f /dev/log; mkfifo /dev/log")
+        end = host.boot(*_WAIT, timeout=20)
+        self.assertEqual((0, ["a"]), (end.status, end.succeeded))
+        self.assertEqual(["/dev/null"] * 3, report(end, "a").streams)
+
+    def test_a_fifo_in_the_logs_place_that_is_read_blocks_who_writes_to_it_as_any_file_does(self):
+        script = probe(_A, "grep flags: /proc/self/fdinfo/2 >/run/flags")
+        host = self.host(init_scripts(a=10), script, syslog=False, setup="rm -f /dev/log; mkfifo /dev/log")
+        end = host.shell(f"exec 9<>/dev/log; exec bootweave {' '.join(_WAIT)}", timeout=20)
+        self.assertEqual(["/dev/null", "/dev/null", "/dev/log"], report(end, "a").streams)
+        self.assertEqual(0, int(end.read("/run/flags").split()[1], 8) & os.O_NONBLOCK)
+
     def test_nothing_else_is_open_whatever_the_caller_left_open(self):
         found = self._probed(*_WAIT, files=[hostile_caller()], run=(HOSTILE_CALLER, "/usr/sbin/bootweave"))
         self.assertEqual(["0", "1", "2"], found.descriptors)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "driver/run_once_record.h"
 
+#include <algorithm>
 #include <array>
 #include <optional>
 #include <string_view>
@@ -30,6 +31,14 @@ struct Unpacked {
     bool whole = false;  ///< undamaged to the end
 };
 
+/// Whether what is left to unpack begins like another member of the file, and not like something else that
+/// somebody has put behind the last one.
+bool IsAtMember(const z_stream& stream) {
+    constexpr std::array<Bytef, 3> kMemberStart{0x1f, 0x8b, Z_DEFLATED};
+    return stream.avail_in >= kMemberStart.size() &&
+           std::equal(kMemberStart.begin(), kMemberStart.end(), stream.next_in);
+}
+
 /// Through zlib itself: the filter of the stream library throws away what it unpacked right before the
 /// damage.
 Unpacked Unpack(std::string packed) {
@@ -48,6 +57,9 @@ Unpacked Unpack(std::string packed) {
         stream.avail_out = kBufferSize;
         status = ::inflate(&stream, Z_NO_FLUSH);
         result.text.append(buffer.data(), kBufferSize - stream.avail_out);
+        if (status == Z_STREAM_END && IsAtMember(stream)) {
+            status = ::inflateReset(&stream);
+        }
     }
     result.whole = status == Z_STREAM_END;
     return result;

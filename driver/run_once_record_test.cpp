@@ -119,6 +119,30 @@ TEST_F(RunOnceRecordTest, ABadChecksumKeepsAllKeysButACutOne) {
     EXPECT_THAT(Read(packed), ElementsAre("first"));
 }
 
+TEST_F(RunOnceRecordTest, AllMembersOfTheFileAreReadAsOneText) {
+    EXPECT_THAT(Read(Pack("bootweave.run-once=a,") + Pack("b,\n")), ElementsAre("a", "b"));
+    EXPECT_THAT(Read(Pack("bootweave.run-") + Pack("") + Pack("once=a") + Pack("b\n")), ElementsAre("ab"));
+}
+
+TEST_F(RunOnceRecordTest, WhatIsNoMemberBehindTheLastOneDoesNoHarm) {
+    const std::string record = Pack("bootweave.run-once=a,b");
+    for (const char* junk : {"garbage", "\x1f", "\x1f\x8b", "\x1f\x8b garbage"}) {
+        EXPECT_THAT(Read(record + junk), ElementsAre("a", "b")) << testing::PrintToString(junk);
+    }
+}
+
+TEST_F(RunOnceRecordTest, KeysThatWereCompleteBeforeADamagedMemberCount) {
+    const std::string second = Pack("second,third,\n");
+    const std::string cut = Pack("bootweave.run-once=first,x") + second.substr(0, second.size() - 8);
+    EXPECT_THAT(Read(cut), ElementsAre("first", "third", "xsecond"));
+    EXPECT_THAT(Read(Pack("bootweave.run-once=first,x") + second.substr(0, 12)), ElementsAre("first"));
+}
+
+TEST_F(RunOnceRecordTest, MembersThatUnpackToGigabytesTogetherAreReadInBoundedMemory) {
+    const std::string half = Pack(std::string(40'000'000, 'x'));
+    EXPECT_THAT(Read(Pack("bootweave.run-once=a,") + half + half + Pack(",b,\n")), ElementsAre("a"));
+}
+
 TEST_F(RunOnceRecordTest, AFileThatUnpacksToGigabytesIsReadInBoundedMemory) {
     std::string keys = "bootweave.run-once=a,";
     keys.append(80'000'000, 'x');

@@ -175,6 +175,9 @@ class ReadTest(SystemTest):
         self.assertTrue(keys.startswith(found) and found.endswith(","), found[-30:])
         self.assertGreater(len(found), len(keys) / 4)
 
+    def test_a_record_in_several_members_is_read_to_its_end(self):
+        self.assertEqual("a,b,c,", self._keys(_packed(_PREFIX + "a,b") + _packed("") + _packed(",c,\n")))
+
     def test_garbage_behind_the_record_does_no_harm(self):
         self.assertEqual("a,", self._keys(_packed(_PREFIX + "a,\n") + b"garbage"))
 

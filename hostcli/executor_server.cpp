@@ -4,8 +4,10 @@
 #include <array>
 #include <cerrno>
 #include <exception>
+#include <optional>
 #include <string>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -39,6 +41,7 @@ constexpr timeval kRequestTimeout{.tv_sec = 10, .tv_usec = 0};
 /// What the event loop works on. One per executor process.
 struct Service {
     UniqueFd listener;
+    UniqueFd spare;  ///< gives its number to a connection that there is none left for
     bool stop = false;
 };
 
@@ -103,6 +106,30 @@ void StopService(Service& service) {
     ::shutdown(service.listener.get(), SHUT_RDWR);
 }
 
+UniqueFd OpenSpare() {
+    return UniqueFd(RetryOnEintr([] { return ::open("/dev/null", O_RDONLY | O_CLOEXEC); }));
+}
+
+UniqueFd Accept(const Service& service) {
+    return UniqueFd(
+        RetryOnEintr([&] { return ::accept4(service.listener.get(), nullptr, nullptr, SOCK_CLOEXEC); }));
+}
+
+/// What a trusted peer asks for, up to the first NUL; nothing for another one, and for one that cannot be
+/// heard.
+std::optional<std::string> ReceiveRequest(const UniqueFd& connection) {
+    if (!IsTrusted(connection)) {
+        return std::nullopt;
+    }
+    ::setsockopt(connection.get(), SOL_SOCKET, SO_RCVTIMEO, &kRequestTimeout, sizeof kRequestTimeout);
+    std::array<char, kLargestRequest + 1> buffer{};
+    if (ReceiveOnce(connection, buffer.data(), kLargestRequest) < 0) {
+        Log_Level(3, "Failed to read message from socket - %s\n\n", LastErrorText().c_str());
+        return std::nullopt;
+    }
+    return std::string(buffer.data());
+}
+
 /// A connection that cannot be accepted for want of resources stays there, and the loop comes back at once:
 /// without a pause it would fill the log until somebody gives some back.
 void PauseWhenExhausted(int error) {
@@ -112,35 +139,53 @@ void PauseWhenExhausted(int error) {
     }
 }
 
-void HandleConnection(void* client_data) {
-    Service& service = *static_cast<Service*>(client_data);
-    const UniqueFd connection(
-        RetryOnEintr([&] { return ::accept4(service.listener.get(), nullptr, nullptr, SOCK_CLOEXEC); }));
+/// Closes a connection that there was no descriptor left for, so that its client fails instead of waiting for
+/// ever. A stop needs no more descriptors and is heeded; a command would.
+void TurnAway(Service& service) {
+    service.spare.Reset();
+    const UniqueFd connection = Accept(service);
+    if (!connection.valid()) {
+        PauseWhenExhausted(errno);
+        return;
+    }
+    const std::optional<std::string> request = ReceiveRequest(connection);
+    if (request.has_value() && IsStopRequest(*request)) {
+        StopService(service);
+    }
+}
+
+void ServeConnection(Service& service) {
+    const UniqueFd connection = Accept(service);
     if (!connection.valid()) {
         const int error = errno;
         // Text and doubled newline are what log scanners match.
         Log_Level(3, "Error accepting connection on contol socket - %s\n\n", ErrorText(error).c_str());
-        PauseWhenExhausted(error);
+        if (error == EMFILE || error == ENFILE) {
+            TurnAway(service);
+        } else {
+            PauseWhenExhausted(error);
+        }
         return;
     }
-    if (!IsTrusted(connection)) {
+    const std::optional<std::string> request = ReceiveRequest(connection);
+    if (!request.has_value()) {
         return;
     }
-    ::setsockopt(connection.get(), SOL_SOCKET, SO_RCVTIMEO, &kRequestTimeout, sizeof kRequestTimeout);
-    std::array<char, kLargestRequest + 1> buffer{};
-    const ssize_t received = ReceiveOnce(connection, buffer.data(), kLargestRequest);
-    if (received < 0) {
-        Log_Level(3, "Failed to read message from socket - %s\n\n", LastErrorText().c_str());
-        return;
-    }
-    const std::string request(buffer.data());  // ends at the first NUL
-    if (IsStopRequest(request)) {
+    if (IsStopRequest(*request)) {
         StopService(service);
         return;
     }
-    const CommandStatus status = RunRequest(request);
+    const CommandStatus status = RunRequest(*request);
     if (!SendAll(connection, &status, sizeof status)) {
         Log_Level(3, "Sending command status to bootweave failed\n");
+    }
+}
+
+void HandleConnection(void* client_data) {
+    Service& service = *static_cast<Service*>(client_data);
+    ServeConnection(service);
+    if (!service.spare.valid()) {
+        service.spare = OpenSpare();
     }
 }
 
@@ -170,6 +215,7 @@ void StartAndServe() {
     RedirectStandardStreams(kOutputLog);
     Service service;
     service.listener = OpenControlSocket();
+    service.spare = OpenSpare();
     if (::daemon(0, 1) != 0) {
         throw Exception("Failed to daemonize");
     }

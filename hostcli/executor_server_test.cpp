@@ -15,6 +15,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -26,6 +27,7 @@
 #include "tests/support/executor_sandbox.h"
 #include "tests/support/fake_platform.h"
 #include "tests/support/system_calls.h"
+#include "util/error_text.h"
 #include "util/exception.h"
 #include "util/process_lock.h"
 #include "util/scope_guard.h"
@@ -266,15 +268,11 @@ TEST_F(ExecutorServerTest, ItHoldsNothingOfItsParent) {
     EXPECT_EQ(Bytes(1), Exchange(""));
     const std::vector<std::string> own = Descriptors("self");
     const std::set<std::string> parents(own.begin() + 3, own.end());
+    const std::string log = sandbox_.dir().File("executor.log");
     const std::vector<std::string> executors = Descriptors(std::to_string(Executor()));
-    ASSERT_LE(4U, executors.size());
-    EXPECT_EQ("/dev/null", executors[0]);
-    EXPECT_EQ(sandbox_.dir().File("executor.log"), executors[1]);
-    EXPECT_EQ(sandbox_.dir().File("executor.log"), executors[2]);
-    for (std::size_t number = 3; number < executors.size(); ++number) {
-        EXPECT_FALSE(parents.contains(executors[number]) && executors[number] != "anon_inode:[eventfd]")
-            << number << " is " << executors[number];
-    }
+    EXPECT_THAT(executors, ElementsAre("/dev/null", log, log, testing::StartsWith("socket:"), "/dev/null",
+                                       "anon_inode:[eventfd]"));
+    EXPECT_FALSE(parents.contains(executors[3])) << executors[3];
 }
 
 TEST_F(ExecutorServerTest, ItIsADaemonInTheRootDirectory) {
@@ -555,15 +553,44 @@ TEST_F(ExecutorServerTest, WithoutAPollLoopItEnds) {
 
 TEST_F(ExecutorServerTest, AFailedAcceptIsALineAndTheConnectionIsServedLater) {
     sandbox_.AddCommand("good", "exit 0");
-    SystemCalls::Fail(SystemCall::kAccept, {.error = EMFILE, .in_child = true});
+    SystemCalls::Fail(SystemCall::kAccept, {.error = ECONNABORTED, .in_child = true});
     Start();
     EXPECT_EQ("none", FailureOfCommand("good"));
-    EXPECT_EQ("3 Error accepting connection on contol socket - Too many open files\n\n", Log());
+    EXPECT_EQ("3 Error accepting connection on contol socket - Software caused connection abort\n\n", Log());
 }
 
-TEST_F(ExecutorServerTest, WithoutDescriptorsItPausesBeforeItTriesAgain) {
+TEST_F(ExecutorServerTest, WithoutADescriptorForItAConnectionIsTurnedAwayAndTheNextOneIsServed) {
     sandbox_.AddCommand("good", "exit 0");
-    SystemCalls::Fail(SystemCall::kAccept, {.error = ENFILE, .times = 3, .in_child = true});
+    for (const int error : {EMFILE, ENFILE}) {
+        SystemCalls::Fail(SystemCall::kAccept, {.error = error, .in_child = true});
+        Start();
+        EXPECT_EQ(kNoStatus, FailureOfCommand("good"));
+        EXPECT_EQ("none", FailureOfCommand("good"));
+        EXPECT_EQ("3 Error accepting connection on contol socket - " + ErrorText(error) + "\n\n", Log());
+        ExecutorSandbox::KillExecutors();
+        std::filesystem::remove(sandbox_.socket_path());
+        std::filesystem::remove(sandbox_.dir().File("executor.log"));
+    }
+}
+
+TEST_F(ExecutorServerTest, WithoutADescriptorLeftEveryConnectionIsTurnedAwayAndAStopIsHeeded) {
+    sandbox_.AddCommand("good", "touch " + results_.File("ran"));
+    Start();
+    const auto open = static_cast<rlim_t>(Descriptors(std::to_string(Executor())).size());
+    const rlimit none_left{.rlim_cur = open, .rlim_max = open};
+    ASSERT_EQ(0, ::prlimit(Executor(), RLIMIT_NOFILE, &none_left, nullptr));
+    EXPECT_EQ(kNoStatus, FailureOfCommand("good"));
+    EXPECT_EQ(kNoStatus, FailureOfCommand("good"));
+    client_.Stop();
+    EXPECT_EQ("exited with status 0", ExecutorSandbox::WaitForEnd());
+    const std::string line = "3 Error accepting connection on contol socket - Too many open files\n\n";
+    EXPECT_EQ(line + line + line + kStopped, Log());
+    EXPECT_THAT(results_.Names(), IsEmpty());
+}
+
+TEST_F(ExecutorServerTest, WhenTheSpareDescriptorDoesNotHelpItPausesBeforeItTriesAgain) {
+    sandbox_.AddCommand("good", "exit 0");
+    SystemCalls::Fail(SystemCall::kAccept, {.error = ENFILE, .times = 6, .in_child = true});
     Start();
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ("none", FailureOfCommand("good"));

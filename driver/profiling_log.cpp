@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <exception>
 
+#include <sys/stat.h>
+
 #include "platform/log.h"
 #include "util/afstream.h"
 #include "util/error_text.h"
@@ -16,6 +18,10 @@ namespace bootweave {
 namespace {
 
 using Open = void (afstream::*)(const char*, std::ios_base::openmode);
+
+void LogNotOpened(const char* verb, const std::string& path, int error) {
+    Log_Level(2, "unable to %s profiling log (%s): %s.\n", verb, path.c_str(), ErrorText(error).c_str());
+}
 
 /// Opens the log, or says why not. Both a raised error and a bad stream count; errno then holds the reason.
 /// After a success it holds none, so that a later one is that of a write.
@@ -28,8 +34,15 @@ bool OpenLog(afstream& out, Open open, const char* verb, const std::string& path
         }
     } catch (const std::exception&) {  // errno says it; the line below has a text of its own
     }
-    Log_Level(2, "unable to %s profiling log (%s): %s.\n", verb, path.c_str(), LastErrorText().c_str());
+    LogNotOpened(verb, path, errno);
     return false;
+}
+
+/// Whether something that is no file stands in the log's place: reading a FIFO could last for ever, and a
+/// device may never end.
+bool IsSpecial(const std::string& path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
 }
 
 /// Puts the log in place, but only when all of it was written: a full file system must not cost the old one.
@@ -92,8 +105,13 @@ void WriteBootProfile(const RunProfile& run, const RunConfig& config, const std:
 }
 
 void AppendDaemonProfile(const RunProfile& run, const RunConfig& config, const std::string& path) {
+    constexpr const char* kVerb = "reopen";
+    if (IsSpecial(path)) {
+        LogNotOpened(kVerb, path, ENOENT);
+        return;
+    }
     afstream out;
-    if (!OpenLog(out, &afstream::reopen, "reopen", path)) {
+    if (!OpenLog(out, &afstream::reopen, kVerb, path)) {
         return;
     }
     WritePlugins(out, run.plugins, "daemon");

@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include "gmock/gmock.h"
 #include "tests/support/fake_platform.h"
@@ -98,6 +99,20 @@ TEST_F(ProfilingLogTest, ALogThatIsNotThereCannotBeReopened) {
     EXPECT_THAT(FakePlatform::log(), ElementsAre(LogMessage{2, "unable to reopen profiling log (" + path +
                                                                    "): No such file or directory.\n"}));
     EXPECT_THAT(dir_.Names(), IsEmpty());
+}
+
+TEST_F(ProfilingLogTest, WhatIsNoFileCountsAsMissingAndIsNotReopened) {
+    const std::string fifo = dir_.File("fifo");
+    ASSERT_EQ(0, ::mkfifo(fifo.c_str(), 0600));
+    const std::string device = dir_.File("device");
+    std::filesystem::create_symlink("/dev/null", device);
+    for (const std::string& path : {fifo, device}) {
+        FakePlatform::Reset();
+        AppendDaemonProfile(run_, config_, path);
+        EXPECT_THAT(FakePlatform::log(), ElementsAre(LogMessage{2, "unable to reopen profiling log (" + path +
+                                                                       "): No such file or directory.\n"}));
+    }
+    EXPECT_THAT(dir_.Names(), ElementsAre("device", "fifo"));
 }
 
 TEST_F(ProfilingLogTest, AFinishedLogThatCannotBePutInPlaceIsRaised) {

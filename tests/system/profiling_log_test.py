@@ -239,6 +239,19 @@ class FailureTest(SystemTest):
         self._check(f"unable to reopen profiling log ({PROFILE}): No such file or directory.", *_START,
                     setup=f"rm {PROFILE}", old=None)
 
+    def test_what_is_no_file_cannot_be_added_to_and_holds_nothing_up(self):
+        for put in (f"mkfifo {PROFILE}", f"mkfifo /run/fifo; ln -s /run/fifo {PROFILE}",
+                    f"ln -s /dev/zero {PROFILE}"):
+            with self.subTest(put):
+                host = self.host(init_scripts(a=10), setup=f"rm {PROFILE}; {put}")
+                end = host.shell(f"stat -c %i {PROFILE} >/run/old; bootweave {' '.join(_START)}; status=$?;"
+                                 f"stat -c %i {PROFILE} >/run/new; {_LIST} >/run/names; exit $status",
+                                 timeout=20)
+                message = f"unable to reopen profiling log ({PROFILE}): No such file or directory."
+                self.assertEqual((0, [(ERROR, message)]), (end.status, end.complaints))
+                self.assertEqual((end.read("/run/old"), "sysboot.log\n"),
+                                 (end.read("/run/new"), end.read("/run/names")))
+
     def test_an_empty_log_cannot_be_added_to(self):
         host = self.host(init_scripts(a=10), {PROFILE: ""})
         end = host.shell(f"bootweave {' '.join(_START)}; {_LIST} >/run/names")

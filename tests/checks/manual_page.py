@@ -1,17 +1,129 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: Apache-2.0
 """man has nothing to say about any manual page, and the program's page names exactly the options that there
-are."""
+are, and all messages.
+
+Each text that a source of the product puts together, but for single words, stands in one line of the page,
+with anything for what the running program fills in; or below, with the reason why it does not. One below that
+is in the page, or in no source any more, is reported, too."""
 
 import os
 import re
 import subprocess
 
 import project
+from messages import joined, patterns_of
 
 _PAGE = "docs/bootweave.8"
 _OPTIONS = "driver/options.cpp"
 
+# Sources whose texts are not said.
+_NO_MESSAGES = {
+    "driver/help_text.cpp": "the help, which the page has in its own words",
+    "graph/dot.cpp": "the graph's text",
+    "platform/linux/boot_splash.cpp": "arguments for the splash screen",
+    "platform/linux/service_manager.cpp": "a status for the service manager",
+    "platform/linux/log_text.cpp": "what stands before each message",
+}
+
+# Reason -> texts, as this check reports them.
+_EXEMPT = {
+    "the same as one in the page that has a reason, for what is no exception; nothing throws such": [
+        "Failed to initialize bootweave",
+        "Resetting Executor failed, retrying",
+        "Unable to start executor",
+        "Unexpected exception while logging msg",
+        "ignoring unknown exception whilst processing ... ...",
+        "unhandled exception whilst running ...",
+        "unknown exception",
+        "unknown exception whilst attempting to execute method '...' on plugin '...'",
+        "unknown exception whilst executing '...'",
+    ],
+    "an instance of one in the page, which leaves the key open": [
+        "metadata is corrupt (unable to parse plugin_version)",
+        "metadata is corrupt (unable to parse run_once)",
+        "metadata is corrupt (unable to parse version)",
+    ],
+    "a reason that stands in a message of the page": [
+        "... ms",
+        "... s",
+        "...: cannot open shared object file: ...",
+        "Unknown error ...",
+        "Unknown error",
+        "unknown error",
+    ],
+    "guards against a mistake in the program itself": [
+        " <unknown_error>",
+        "... Daemon operations are not initialized",
+        "Bootweave cannot ignore SIGPIPE",
+        "Cannot format a message \\\"...\\\": ...",
+        "Failed collecting executor's exit status",
+        "Poll loop failed: not initialised",
+        "Poll loop: descriptor ... is not open, its callback is removed",
+        "VERIFY ...:...",
+        "barrier '...' does not stand for a priority",
+        "commit invoked on an unknown destination",
+        "exited: <unknown failure>",
+        "failed to read exit status",
+        "unhandled exception whilst running ...: ...",
+    ],
+    "a method that daemons do not have, and that no option leads to": [
+        "DaemonPlugin::ApplyHostProfile",
+        "DaemonPlugin::Restart",
+        "DaemonPlugin::SSLReset",
+        "LegacyDaemonPlugin::ApplyHostProfile",
+    ],
+    "the page leaves the plugin's kind open": [
+        "DebugPlugin::ApplyHostProfile",
+        "NativePlugin::ApplyHostProfile",
+        "json_plugin::ApplyHostProfile",
+    ],
+    "memory has run out": [
+        "Condition variable for Executor could not be initialized",
+        "Condition variable for Node could not be initialized",
+        "failed to add dup2 file actions",
+        "failed to init file actions: ...",
+        "insufficient memory to allocate buffer",
+        "unable to allocate mkstemp pattern",
+    ],
+    "caught, and said as a profiling log that cannot be opened": [
+        "failed to create temp file: ...",
+        "failed to write to temp file: ...",
+        "unable to create temporary file to write '...': ...",
+    ],
+    "a part of the profiling log": [
+        "... Verbose: ...\\n Parallel: ...\\n Randomize: ...\\n Interactive Mode: ...\\n Random Seed: ...",
+        "...=== Bootweave configuration info ===\\n Start: ...\\n End: ...",
+        "...=== Daemon configuration info ===\\n Start Daemon: ...\\n End Daemon: ...",
+        "...Mantle Initialization Time: ...",
+    ],
+    "on the progress screen": [
+        "Activating Bootweave Plugins",
+        "Starting service ...",
+    ],
+    "the console's question, which says itself what it wants": [
+        "current plugin: ...",
+    ],
+    "said by native plugins' programs when something else starts them; the page has their exit status": [
+        "...: has no operation for ...",
+        "...: unknown method ...",
+        "nativeExecutor: ...",
+        "nativeReader: is for bootweave, which starts it with a socket as descriptor 3",
+        "usage: nativeExecutor PATH NAME METHOD",
+    ],
+    "no message": [
+        " shape=box",
+        " shape=trapezium",
+        "_<->_priority_<->_...",
+        "... ++group=init/... start",
+        "/bin/chkconfig -p",
+        "/proc/.../fd/...",
+        "HOSTCLI_COMMAND=...",
+        "HOSTCLI_DISPATCHER=...",
+        "build-...",
+    ],
+}
+_NOT_IN_PAGE = {text for texts in _EXEMPT.values() for text in texts}
 
 def options_of_program(source):
     """The long options that the command line is parsed with."""
@@ -27,6 +139,46 @@ def options_of_page(page):
     return set(re.findall(r"(?<![a-z-])--([a-z][a-z-]*[a-z])", plain))
 
 
+def lines_of_page(page):
+    """The page's lines as they are read, without fonts; the arguments of a macro are one text."""
+    return [_plain(line) for line in page.replace("\\\n", "").splitlines() if not line.startswith('.\\"')]
+
+
+def _plain(line):
+    macro = re.fullmatch(r"\.([A-Z]+)\b ?(.*)", line)
+    if macro:
+        quoted_or_not = re.findall(r'"((?:[^"]|"")*)"|(\S+)', macro[2])
+        words = [quoted.replace('""', '"') or bare for quoted, bare in quoted_or_not]
+        # .BI and its like put their arguments side by side, the others blanks between them.
+        line = ("" if re.fullmatch("[BIR]{2}", macro[1]) else " ").join(words)
+    line = re.sub(r"\\f.", "", line)
+    return line.replace("\\-", "-").replace("\\(ga", "`").replace("\\e", "\\")
+
+
+def messages_missing(page, product, not_in_page=frozenset(_NOT_IN_PAGE)):
+    """What the page lacks of the texts of the product, {path: text of the source}, one line each."""
+    known = joined([(line,) for line in lines_of_page(page)])
+    needless = set(not_in_page)
+    for path, source in sorted(product.items()):
+        if path in _NO_MESSAGES:
+            continue
+        for pattern in sorted(patterns_of(source), key=lambda pattern: pattern.line):
+            if pattern.is_name or pattern.stands_in(known):
+                continue
+            text = pattern.shown()[1:-1]        # without its quotes
+            needless.discard(text)
+            if text not in not_in_page:
+                yield f"{path}:{pattern.line}: {pattern.shown()} is not in the manual"
+    for text in sorted(needless):
+        yield f'"{text}" needs no exemption from the manual'
+
+
+def _product():
+    is_test = project.test_code()
+    return {str(path): (project.ROOT / path).read_text(encoding="utf-8")
+            for path in project.sources() if path.parts[0] in project.ROOMS and not is_test(path)}
+
+
 def _complaints_of_man(page):
     environment = dict(os.environ, LC_ALL="C.UTF-8", MANWIDTH="80")
     result = subprocess.run([project.need("man"), "--warnings", "-E", "UTF-8", "-l", "-Tutf8", "-Z", page],
@@ -40,10 +192,12 @@ def main():
     """Checks the pages."""
     pages = [str(path) for path in project.files() if re.fullmatch(r"\.[1-8]", path.suffix)]
     program = options_of_program((project.ROOT / _OPTIONS).read_text(encoding="utf-8"))
-    page = options_of_page((project.ROOT / _PAGE).read_text(encoding="utf-8"))
+    text = (project.ROOT / _PAGE).read_text(encoding="utf-8")
+    page = options_of_page(text)
     findings = [complaint for name in pages for complaint in _complaints_of_man(name)]
     findings += [f"{_PAGE}: --{name} is missing" for name in sorted(program - page)]
     findings += [f"{_PAGE}: there is no option --{name}" for name in sorted(page - program)]
+    findings += messages_missing(text, _product())
     project.finish(findings, pages)
 
 

@@ -36,8 +36,8 @@ _TERMINAL_SEQUENCE = re.compile(r"\033\[[?\d;]*[A-Za-z]")
 _ANYTHING = "\ufffc"     # stands for a hole in a test's text
 
 
-class _Pattern:
-    """What a text of the product looks like in a test."""
+class Pattern:
+    """What a text of the product looks like in a test, or in the manual."""
 
     def __init__(self, text):
         self.line = text.line
@@ -76,7 +76,7 @@ class _Pattern:
         return '"' + text.encode("unicode_escape").decode().replace('"', '\\"') + '"'
 
     def stands_in(self, known):
-        """Whether it is among the texts of tests; `known` is what _joined returns."""
+        """Whether it is among the texts of tests; `known` is what joined() returns."""
         parts = self._parts
         if max((part for part in parts if part is not HOLE), key=len) not in known:
             return False        # which is quickly found out
@@ -98,7 +98,7 @@ class _Pattern:
         return not re.search(r"\w-?\Z" if self.is_name else r"\w\Z", before)
 
 
-def _joined(found):
+def joined(found):
     """One string to search in: the texts, each between NULs."""
     lines = {"".join(_ANYTHING if piece is HOLE else piece for piece in pieces) for pieces in found}
     return "\0\0" + "\0".join(sorted(lines)) + "\0"
@@ -111,7 +111,7 @@ def patterns_of(source):
     stream = [token for index, token in enumerate(stream) if token.kind != "text" or index not in linkage]
     for text in texts(stream):
         if not _NOT_AT_RUN_TIME.intersection(text.calls):
-            pattern = _Pattern(text)
+            pattern = Pattern(text)
             if pattern.plain and pattern.has_letters() and pattern.plain not in _EXEMPT:
                 yield pattern
 
@@ -132,8 +132,8 @@ def findings_in(product, tests):
     for path, source in tests.items():
         if path.endswith(".py"):
             mentioned += asserted_python.all_texts(source, python.constants)
-    asserted = _joined([*cpp.texts(), *python.texts()])
-    mentioned = _joined(mentioned)
+    asserted = joined([*cpp.texts(), *python.texts()])
+    mentioned = joined(mentioned)
     for path, source in sorted(product.items()):
         for pattern in sorted(patterns_of(source), key=lambda pattern: pattern.line):
             known = mentioned if pattern.is_name else asserted

@@ -22,6 +22,7 @@
 #include "platform/linux/log_syslog.h"
 #include "platform/linux/log_text.h"
 #include "platform/product_state.h"
+#include "util/harmless_text.h"
 #include "util/scope_guard.h"
 
 namespace bootweave {

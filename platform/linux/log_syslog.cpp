@@ -16,6 +16,7 @@
 #include "platform/linux/log_text.h"
 #include "platform/linux/patience.h"
 #include "platform/linux/per_process.h"
+#include "util/harmless_text.h"
 #include "util/retry.h"
 #include "util/unique_fd.h"
 

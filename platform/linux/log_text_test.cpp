@@ -15,12 +15,6 @@ using std::chrono::seconds;
 using std::chrono::sys_days;
 using std::chrono::year;
 
-std::string Harmless(std::string_view text) {
-    LineBuffer line;
-    AppendHarmless(line, text);
-    return std::string(line.view());
-}
-
 std::string Record(int priority, std::string_view text) {
     LineBuffer record;
     AppendKernelRecord(record, priority, text);
@@ -37,69 +31,6 @@ std::string Syslog(std::chrono::system_clock::time_point time, seconds offset) {
     LineBuffer line;
     AppendSyslogStamp(line, time, offset);
     return std::string(line.view());
-}
-
-__attribute__((format(printf, 2, 3))) void AppendThroughList(LineBuffer& line, const char* format, ...) {
-    std::va_list arguments;
-    va_start(arguments, format);
-    line.AppendFormattedV(format, arguments);
-    va_end(arguments);
-}
-
-TEST(LogTextTest, ControlCharactersButTabBecomeEscapesAndAllElseStays) {
-    using namespace std::string_view_literals;
-    const struct {
-        std::string_view text;
-        std::string_view harmless;
-    } table[] = {
-        {"", ""},
-        {"plain text, 'quoted' \\x41", "plain text, 'quoted' \\x41"},
-        {"a\tb", "a\tb"},
-        {"a\nb", "a\\x0ab"},
-        {"\n", "\\x0a"},
-        {"a\r\nb", "a\\x0d\\x0ab"},
-        {"\0a\0"sv, "\\x00a\\x00"},
-        {"\x01\x1f\x7f", "\\x01\\x1f\\x7f"},
-        {"\x1b[31mred\x1b[0m", "\\x1b[31mred\\x1b[0m"},
-        {" ~", " ~"},
-        // C1 as UTF-8 has it, to the edges of the range.
-        {"\xC2\x80", "\\xc2\\x80"},
-        {"\xC2\x9B"
-         "2J",
-         "\\xc2\\x9b2J"},
-        {"\xC2\x9F", "\\xc2\\x9f"},
-        {"\xC2\xA0", "\xC2\xA0"},
-        {"\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80"},
-        // Bytes of C1 within a well-formed sequence are part of a letter, alone they are controls.
-        {"\xE2\x80\x9C", "\xE2\x80\x9C"},
-        {"\x9B", "\\x9b"},
-        {"\x85next", "\\x85next"},
-        {"\xA0\xFF", "\xA0\xFF"},
-        // Not well-formed: overlong newlines, a surrogate, beyond Unicode, cut off.
-        {"\xC0\x8A", "\xC0\\x8a"},
-        {"\xE0\x80\x8A", "\xE0\\x80\\x8a"},
-        {"\xF0\x80\x80\x8A", "\xF0\\x80\\x80\\x8a"},
-        {"\xED\xA0\x80", "\xED\xA0\\x80"},
-        {"\xF4\x90\x80\x80", "\xF4\\x90\\x80\\x80"},
-        {"\xF5\x80\x80\x80", "\xF5\\x80\\x80\\x80"},
-        {"\xE2\x82", "\xE2\\x82"},
-        {"\xE2\x82\n", "\xE2\\x82\\x0a"},
-        {"\xC2\n", "\xC2\\x0a"},
-        {"\xC2", "\xC2"},
-    };
-    for (const auto& row : table) {
-        EXPECT_EQ(row.harmless, Harmless(row.text)) << testing::PrintToString(row.text);
-    }
-}
-
-TEST(LogTextTest, EveryByteAloneIsEscapedExactlyWhenItIsAControlCharacter) {
-    for (int value = 0; value < 256; ++value) {
-        const std::string byte(1, static_cast<char>(value));
-        const bool control = (value < 0x20 && value != '\t') || (value >= 0x7F && value <= 0x9F);
-        char escape[8];
-        std::snprintf(escape, sizeof escape, "\\x%02x", static_cast<unsigned>(value));
-        EXPECT_EQ(control ? escape : byte, Harmless(byte)) << value;
-    }
 }
 
 TEST(LogTextTest, OnlyTheNewlinesAtTheEndAreTakenOff) {
@@ -204,46 +135,6 @@ TEST(LogTextTest, AKernelRecordIsCutBetweenCharacters) {
 
     const std::string before(room - 3, 'x');
     EXPECT_EQ(prefix + before + "...\n", Record(5, before + "\n" + euros));
-}
-
-TEST(LineBufferTest, GrowsBeyondItsOwnMemory) {
-    LineBuffer line;
-    std::string expected;
-    for (int count = 0; count < 1000; ++count) {
-        line.Append("0123456789");
-        line.AppendFormatted("%d", count);
-        expected += "0123456789" + std::to_string(count);
-    }
-    line.End('\n');
-    EXPECT_EQ(expected + "\n", line.view());
-}
-
-TEST(LineBufferTest, FormatsTextOfEveryLengthAroundItsOwnMemory) {
-    for (std::size_t size = 1000; size < 1050; ++size) {
-        const std::string text(size, 'x');
-        LineBuffer line;
-        AppendThroughList(line, "%s|%d", text.c_str(), 7);
-        EXPECT_EQ(text + "|7", line.view());
-        line.End('\n');
-        EXPECT_EQ(text + "|7\n", line.view());
-    }
-}
-
-TEST(LineBufferTest, AFormatThatCannotBePrintedStandsForItself) {
-    const wchar_t unprintable[] = {0x110000, 0};  // no character of any locale
-    LineBuffer line;
-    AppendThroughList(line, "cannot be: %ls", unprintable);
-    EXPECT_EQ("cannot be: %ls", line.view());
-}
-
-TEST(LineBufferTest, TruncateOnlyShortens) {
-    LineBuffer line;
-    line.Append("abc");
-    line.Truncate(5);
-    EXPECT_EQ("abc", line.view());
-    line.Truncate(1);
-    line.Append("z");
-    EXPECT_EQ("az", line.view());
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "platform/linux/boot_splash.h"
 #include "platform/linux/log_text.h"
 #include "platform/linux/service_manager.h"
+#include "util/harmless_text.h"
 
 namespace MantleCtl::System {
 namespace {

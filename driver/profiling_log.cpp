@@ -13,6 +13,7 @@
 #include "platform/log.h"
 #include "util/afstream.h"
 #include "util/error_text.h"
+#include "util/harmless_text.h"
 
 namespace bootweave {
 namespace {
@@ -56,8 +57,10 @@ void CommitLog(afstream& out, const std::string& path) {
 
 void WritePlugins(std::ostream& out, const std::vector<const Plugin*>& plugins, const char* kind) {
     for (const Plugin* plugin : plugins) {
+        LineBuffer name;
+        AppendHarmless(name, plugin->name());  // a newline in it must not forge a line
         out << "[" << FormatTimeStamp(plugin->start_time()) << " - " << FormatTimeStamp(plugin->end_time())
-            << "] " << kind << ": " << plugin->name() << std::endl;
+            << "] " << kind << ": " << name.view() << std::endl;
     }
 }
 

@@ -17,6 +17,7 @@ namespace bootweave {
 namespace {
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 
 class NamedPlugin : public Plugin {
@@ -75,6 +76,17 @@ TEST_F(ProfilingLogTest, ABootReplacesTheLogByItsBlock) {
     WriteBootProfile(run_, config_, path);
     EXPECT_EQ(kBootBlock, ReadFile(path));
     EXPECT_THAT(dir_.Names(), ElementsAre("log"));
+}
+
+TEST_F(ProfilingLogTest, ControlCharactersOfANameAreMadeHarmless) {
+    const std::string boot = dir_.File("boot");
+    const std::string daemon = dir_.WriteFile("daemon", "old\n");
+    const NamedPlugin plugin("a\n[forged]\x1b[2J\tb");
+    run_.plugins = {&plugin};
+    WriteBootProfile(run_, config_, boot);
+    AppendDaemonProfile(run_, config_, daemon);
+    EXPECT_THAT(ReadFile(boot), HasSubstr("] sysboot: a\\x0a[forged]\\x1b[2J\tb\n==="));
+    EXPECT_THAT(ReadFile(daemon), HasSubstr("] daemon: a\\x0a[forged]\\x1b[2J\tb\n==="));
 }
 
 TEST_F(ProfilingLogTest, DaemonRunsAddTheirBlocks) {

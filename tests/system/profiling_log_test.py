@@ -112,6 +112,12 @@ class BootBlockTest(SystemTest):
         self._check(_boot_block(["%s é \"q\""]), plugin("%s é \"q\""))
 
 
+    def test_a_name_with_control_characters_forges_no_line(self):
+        forged = f"a\n[{_NEVER} - {_NEVER}] sysboot: forged\r\x1b[2J\tb"
+        harmless = f"a\\x0a[{_NEVER} - {_NEVER}] sysboot: forged\\x0d\\x1b[2J\tb"
+        self._check(_boot_block([harmless]), plugin(forged))
+
+
 class DaemonBlockTest(SystemTest):
     def test_a_boot_and_two_daemon_mode_runs_leave_one_boot_block_and_two_daemon_blocks(self):
         end = self.host(plugin("p"), init_scripts(b=20, a=10)).shell(

@@ -2,6 +2,7 @@
 """From the command line to the plugins and back to the exit status."""
 
 from harness import ERROR, NOTICE, PLUGINS, WARNING, File, SystemTest, command, plugin
+from init_scripts import PROFILE
 from probe import DRIVER
 
 _SOCKET = "/run/corvane/bootweaveExecutor.sock"
@@ -123,6 +124,15 @@ class OutermostHandlerTest(SystemTest):
         self.assertEqual(0, end.status)
         self.assertEqual([(ERROR, "plugin `/no/a.json' is invalid: no such file or directory")],
                          end.complaints)
+
+    def test_neither_records_are_written_nor_the_log_daemon_told_to_reload(self):
+        upgrade = "/usr/lib/corvane/logrelay/bin/upgrade-syslog.conf.sh"
+        end = self.host({"/etc/syslog.conf": "", upgrade: File("#!/bin/sh\ntouch /run/upgraded\n", 0o755),
+                         PROFILE: "old\n"}).boot("--init", "--plugin-directory=/no/where")
+        self.assertEqual((1, "old\n", None, None), (end.status, end.read(PROFILE), end.read("/run/upgraded"),
+                                                    end.read("/bootbank/bootweav.gz")))
+        self.assertEqual((WARNING, _NO_DIRECTORY.format("No such file or directory", "/no/where")),
+                         end.complaints[-1])
 
     def test_the_executor_is_left_running(self):
         end = self.host(plugin("a", ["x"]), command("x", "echo ran")).shell(

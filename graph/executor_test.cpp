@@ -54,7 +54,10 @@ class ExecutorTest : public testing::Test {
         g_threads_created = 0;
         g_threads_allowed = -1;
     }
-    void TearDown() override { g_threads_allowed = -1; }
+    void TearDown() override {
+        g_threads_allowed = -1;
+        g_on_join = nullptr;
+    }
 };
 
 TEST_F(ExecutorTest, StartsAsManyWorkersAsAskedFor) {
@@ -108,24 +111,27 @@ TEST_F(ExecutorTest, DestroyingItFinishesWhatRunsAndDropsWhatWaits) {
         started.notify_all();
         stopping.wait(false);
     };
-    std::thread release;
+    // The destructor sets its stop flag before it joins; until then the worker is held inside `first`.
+    g_on_join = [&] {
+        stopping = true;
+        stopping.notify_all();
+    };
     {
         Executor executor(1, false);
         first.ScheduleForward(executor);
         second.ScheduleForward(executor);
         started.wait(false);
-        release = std::thread([&] {
-            // The destructor sets its stop flag before it joins; until then the worker is held inside
-            // `first`.
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-            stopping = true;
-            stopping.notify_all();
-        });
     }
-    release.join();
     EXPECT_THAT(record.names(), testing::ElementsAre("first"));
     EXPECT_EQ(NodeState::kDoneForward, first.state());
     EXPECT_EQ(NodeState::kQueuedForward, second.state());
+}
+
+TEST_F(ExecutorTest, DestroyingAnIdleOneReturnsWhenEachWorkerHasBeenJoined) {
+    int joined = 0;
+    g_on_join = [&] { ++joined; };
+    { const Executor executor(5, false); }
+    EXPECT_EQ(5, joined);
 }
 
 /// A graph of the product beside the reference's, built by the same calls.

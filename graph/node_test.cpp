@@ -222,7 +222,7 @@ TEST_F(NodeTest, AChainOf100000NodesRunsOnDefaultStacks) {
     EXPECT_EQ(kLength - 1, nodes_[0]->level());
 }
 
-// Walked again at each completion this would take 10^10 steps.
+// Walked again at each completion, or at each choice, this would take 10^10 steps.
 TEST_F(NodeTest, ABarrierWith100000ProvidersAndRequirersRunsInTimeForABoot) {
     constexpr int kWidth = 100'000;
     InitBarrier barrier("everything");
@@ -238,6 +238,15 @@ TEST_F(NodeTest, ABarrierWith100000ProvidersAndRequirersRunsInTimeForABoot) {
     for (std::size_t i = 0; i < names.size(); ++i) {
         ASSERT_EQ(i < kWidth ? "provider" : "requirer", names[i]);
     }
+}
+
+TEST_F(NodeTest, ARandomisedChoiceAmong300000NodesIsMadeInTimeForABoot) {
+    constexpr std::size_t kWidth = 300'000;
+    for (std::size_t i = 0; i < kWidth; ++i) {
+        Make("node");
+    }
+    RunAll(2, true);
+    EXPECT_EQ(kWidth, record_.names().size());
 }
 
 }  // namespace

@@ -108,6 +108,27 @@ class DriverTest : public testing::Test {
         return "--plugin-directory=" + sandbox_.dir().File("plugins");
     }
 
+    /// How many workers a parallel run has, on a host of so many processors, for this many plugins.
+    int ThreadsOf(int plugins, std::uint32_t processors) const {
+        std::string names;
+        for (int i = 0; i < plugins; ++i) {
+            const std::string name = "p" + std::to_string(i) + ".json";
+            AddPlugin(name, "good");
+            names += (i == 0 ? "" : ",") + name;
+        }
+        auto child = ChildProcess::Fork([&] {
+            FakePlatform::Reset();
+            FakePlatform::SetProcessorCount(processors);
+            *RunConfig::Instance() = RunConfig();
+            std::vector<std::string> arguments{"bootweave", "--parallel", "--method=none",
+                                               "--plugin=" + names, Directory()};
+            const int status = RunAndReport(arguments);
+            return status == 0 ? static_cast<int>(RunConfig::Instance()->threads) : -1;
+        });
+        const int threads = ExitStatus::FromRaw(child->Wait().value_or(-1)).code.value_or(-1);
+        std::filesystem::remove(sandbox_.socket_path());
+        return threads;
+    }
     /// \param prepare  runs in the child before the program does
     Outcome Run(
         std::vector<std::string> arguments, const std::function<void()>& prepare = [] {}) {
@@ -282,6 +303,12 @@ TEST_F(DriverTest, ADirectoryAndASessionThatCannotBeLeftAreLines) {
                   "screen status: \n" +
                   kFinished,
               outcome.lines);
+}
+
+TEST_F(DriverTest, AParallelRunHasTwoWorkersPerProcessorButNoMoreThanPlugins) {
+    EXPECT_EQ(3, ThreadsOf(3, 16));
+    EXPECT_EQ(8, ThreadsOf(8, 16));
+    EXPECT_EQ(8, ThreadsOf(100, 4));
 }
 
 TEST_F(DriverTest, ADumpRunsNothingAndFinishesAllTheSame) {

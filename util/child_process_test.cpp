@@ -14,6 +14,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -226,6 +227,21 @@ TEST(ChildProcessTest, AWaitWithALimitSeesTheEnd) {
         }
     }
     EXPECT_TRUE(HasNoChild());
+}
+
+TEST(ChildProcessTest, AWaitWithALimitWakesForTheEndAlone) {
+    Waiter waiter(3);
+    std::thread ending([&] {
+        std::this_thread::sleep_for(milliseconds(300));  // thirty ticks
+        waiter.input.Reset();
+    });
+    rusage before{};
+    rusage after{};
+    ::getrusage(RUSAGE_THREAD, &before);
+    EXPECT_EQ(3 << 8, waiter.child->WaitFor(milliseconds(60'000)).raw);
+    ::getrusage(RUSAGE_THREAD, &after);
+    ending.join();
+    EXPECT_LT(after.ru_nvcsw - before.ru_nvcsw, 10);
 }
 
 TEST(ChildProcessTest, AWaitOfNoTimeSeesAnEndThatHasCome) {

@@ -111,7 +111,8 @@ class TimeTest(SystemTest):
         self.assertEqual(f"bootweave: Daemon b deactivation failed: {reason}", end.kernel[1].text)
 
     def test_in_nowait_mode_a_script_counts_as_started_after_ten_seconds(self):
-        end = self.host(init_scripts(a=(10, "sleep 12; exit 3"), b=20)).boot("--daemon", "--method=start")
+        end = self.host(init_scripts(a=(10, "sleep 12; touch /run/over; exit 3"), b=20)).shell(
+            UNTIL + "bootweave --daemon --method=start && test ! -e /run/over && until_ test -e /run/over")
         self.assertEqual((0, [], ["a", "b"]), (end.status, end.complaints, end.succeeded))
         self.assertEqual("a started.", end.log[1].message)
         self.assertGreaterEqual(self._waited(end), 9.95)
@@ -176,6 +177,13 @@ class HandedOnTest(SystemTest):
     def test_no_signal_is_blocked_or_ignored_whatever_the_caller_did(self):
         found = self._probed(*_WAIT, files=[hostile_caller()], run=(HOSTILE_CALLER, "/usr/sbin/bootweave"))
         self.assertEqual((0, 0), (found.blocked, found.ignored))
+
+    def test_the_lister_too_has_nothing_of_what_the_caller_left_open_blocked_or_ignored(self):
+        host = self.host(init_scripts(a=10), probe("/bin/chkconfig", f"echo {_A} 10"), hostile_caller())
+        end = host.run(HOSTILE_CALLER, "/usr/sbin/bootweave", *_WAIT)
+        found = report(end, "chkconfig")
+        self.assertEqual((["0", "1", "2"], 0, 0), (found.descriptors, found.blocked, found.ignored))
+        self.assertEqual((["-p"], ["a"]), (found.arguments, end.succeeded))
 
     def test_it_works_in_the_root_directory_and_with_the_programs_environment(self):
         host = self.host(init_scripts(a=10), probe(_A))

@@ -182,6 +182,12 @@ class FileTest(SystemTest):
         end = self.host(plugin("p")).shell(f"bootweave; stat -c %a {PROFILE} >/run/mode")
         self.assertEqual("600\n", end.read("/run/mode"))
 
+    def test_the_owner_of_the_old_log_is_not_kept(self):
+        self.need_users()
+        host = self.host(plugin("p"), {PROFILE: File("x\n", 0o640)}, setup=f"chown 65534:65533 {PROFILE}")
+        end = host.shell(f"bootweave; stat -c '%u %g %a' {PROFILE} >/run/owner")
+        self.assertEqual("0 0 640\n", end.read("/run/owner"))
+
     def test_an_invoke_mode_run_leaves_it_alone(self):
         invoke = "--invoke", "--method=start", "--plugin=p.json"
         self.assertIsNone(self.host(plugin("p")).boot(*invoke).read(PROFILE))

@@ -2,7 +2,6 @@
 #
 # What every room is built with, and the functions that declare a room, its tests and a program.
 
-include(CheckCXXCompilerFlag)
 find_package(Threads REQUIRED)
 
 set(CMAKE_CXX_STANDARD 20)
@@ -20,13 +19,11 @@ target_compile_options(bootweave_build_flags INTERFACE
   -fstack-protector-strong -fstack-clash-protection -ffunction-sections -fdata-sections)
 target_link_options(bootweave_build_flags INTERFACE -Wl,--gc-sections -Wl,-z,relro,-z,now)
 # Branches may only end where the compiler says so, on processors that check it.
-foreach(flag IN ITEMS -fcf-protection=full -mbranch-protection=standard)
-  string(MAKE_C_IDENTIFIER "BOOTWEAVE_HAS${flag}" has_flag)
-  check_cxx_compiler_flag(${flag} ${has_flag})
-  if(${has_flag})
-    target_compile_options(bootweave_build_flags INTERFACE ${flag})
-  endif()
-endforeach()
+if(CMAKE_SYSTEM_PROCESSOR STREQUAL "x86_64")
+  target_compile_options(bootweave_build_flags INTERFACE -fcf-protection=full)
+elseif(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
+  target_compile_options(bootweave_build_flags INTERFACE -mbranch-protection=standard)
+endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   target_compile_options(bootweave_build_flags INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-Wthread-safety -Wthread-safety-beta>)
@@ -38,6 +35,10 @@ if(BOOTWEAVE_SANITIZE)
 else()
   target_compile_definitions(bootweave_build_flags INTERFACE
     $<$<CONFIG:Release,RelWithDebInfo>:_FORTIFY_SOURCE=3> _GLIBCXX_ASSERTIONS)
+endif()
+
+if(BOOTWEAVE_FUZZ)
+  target_compile_options(bootweave_build_flags INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
 # bootweave_room(NAME SOURCES file... USES room...)

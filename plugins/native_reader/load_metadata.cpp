@@ -85,25 +85,30 @@ MetadataAnswer Examine(const SharedObject& object) {
     if (!record.has_value()) {
         return answer;
     }
-    const auto* table = static_cast<const BootweavePluginOperation*>(*operations);
-    const auto* source = static_cast<const BootweavePluginMetadata*>(*record);
+    return ReadMetadataRecord(static_cast<const BootweavePluginOperation*>(*operations),
+                              *static_cast<const BootweavePluginMetadata*>(*record));
+}
+
+}  // namespace
+
+MetadataAnswer ReadMetadataRecord(const BootweavePluginOperation* operations,
+                                  const BootweavePluginMetadata& record) {
+    MetadataAnswer answer;
     NativeMetadata& metadata = answer.metadata;
-    metadata.has_apply_host_profile = table[BOOTWEAVE_PLUGIN_APPLY_HOST_PROFILE] != nullptr;
-    metadata.version = source->version;
+    metadata.has_apply_host_profile = operations[BOOTWEAVE_PLUGIN_APPLY_HOST_PROFILE] != nullptr;
+    metadata.version = record.version;
     if (metadata.version < kOldestVersion || metadata.version > kNewestVersion) {
         answer.outcome = MetadataOutcome::kBadVersion;
         return answer;
     }
     try {
-        Copy(*source, metadata);
+        Copy(record, metadata);
     } catch (const TooLarge&) {
         answer.outcome = MetadataOutcome::kTooLarge;
         metadata = {};
     }
     return answer;
 }
-
-}  // namespace
 
 MetadataAnswer LoadMetadata(const std::string& path) {
     MetadataAnswer answer;

@@ -21,6 +21,9 @@ PACKAGES_PLUGINS=(g++ gcc make pkgconf)
 # To check sources, scripts and documents; the versions are those that the checks ask for by name.
 PACKAGES_CHECKS=(clang-14 clang-format-14 clang-tidy-14 git man-db python3 shellcheck)
 
+# To fuzz.
+PACKAGES_FUZZ=(clang-14 libclang-rt-14-dev)
+
 # need_packages PACKAGE...: returns when all are installed. As root, or with a sudo that asks nothing or can
 # ask, installs the missing ones; otherwise prints the one line that does, and ends the script.
 need_packages() {

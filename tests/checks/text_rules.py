@@ -11,7 +11,7 @@ _LONGEST = 110
 _CODE = {".cpp", ".h", ".c", ".py", ".sh", ".cmake"}
 
 # What a test compares with, or feeds to a parser, is data: its blanks and lines are what they are.
-_DATA = re.compile(r"tests/(system/.*/expected/|fuzz/.*/corpus/)")
+_DATA = re.compile(r"tests/(system/.*/expected/|fuzz/corpus/)")
 
 
 def findings_in(path, data, is_code):

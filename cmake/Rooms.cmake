@@ -36,6 +36,14 @@ else()
   target_compile_definitions(bootweave_build_flags INTERFACE
     $<$<CONFIG:Release,RelWithDebInfo>:_FORTIFY_SOURCE=3> _GLIBCXX_ASSERTIONS)
 endif()
+if(BOOTWEAVE_COVERAGE)
+  # Threads and children count at the same time. What ends a process without a word writes its counts first.
+  add_library(bootweave_coverage STATIC tests/support/coverage.cpp)
+  target_compile_options(bootweave_build_flags INTERFACE --coverage -fprofile-update=atomic)
+  target_link_options(bootweave_build_flags INTERFACE
+    --coverage -Wl,--wrap=_exit,--wrap=execve,--wrap=execv)
+  target_link_libraries(bootweave_build_flags INTERFACE bootweave_coverage)
+endif()
 
 if(BOOTWEAVE_FUZZ)
   target_compile_options(bootweave_build_flags INTERFACE -fsanitize=fuzzer-no-link)

@@ -24,6 +24,9 @@ PACKAGES_CHECKS=(clang-14 clang-format-14 clang-tidy-14 git man-db python3 shell
 # To fuzz.
 PACKAGES_FUZZ=(clang-14 libclang-rt-14-dev)
 
+# To report what tests have run.
+PACKAGES_COVERAGE=(gcovr python3)
+
 # need_packages PACKAGE...: returns when all are installed. As root, or with a sudo that asks nothing or can
 # ask, installs the missing ones; otherwise prints the one line that does, and ends the script.
 need_packages() {

@@ -6,7 +6,7 @@ import re
 import stat
 import subprocess
 
-from harness import STAGE_VARIABLE, SystemTest
+from harness import COVERAGE_VARIABLE, STAGE_VARIABLE, SystemTest
 
 _PROGRAMS = ("usr/sbin/bootweave", "usr/lib/corvane/bootweave/nativeExecutor",
              "usr/lib/corvane/bootweave/nativeReader")
@@ -33,6 +33,10 @@ class ProgramTest(SystemTest):
             with self.subTest(program):
                 yield os.path.join(self._stage, program)
 
+    def _need_packaged(self):
+        if COVERAGE_VARIABLE in os.environ:
+            self.skipTest("a program that counts what runs is not built as a packaged one is")
+
     def test_it_can_be_loaded_anywhere(self):
         for path in self._each():
             self.assertRegex(_readelf(path, "-h"), r"Type: +DYN \(Position-Independent Executable file\)")
@@ -53,11 +57,13 @@ class ProgramTest(SystemTest):
             self.assertIn("__stack_chk_fail", _functions(path))
 
     def test_it_calls_the_checked_functions(self):
+        self._need_packaged()
         names = _functions(os.path.join(self._stage, _PROGRAMS[0]))
         self.assertIn("__vsnprintf_chk", names)
         self.assertNotIn("vasprintf", names)
 
     def test_it_needs_the_c_library_and_its_loader_alone_and_no_path_to_them(self):
+        self._need_packaged()
         for path in self._each():
             dynamic = _readelf(path, "-d")
             needed = re.findall(r"\(NEEDED\).*\[(.*)\]", dynamic)

@@ -42,6 +42,10 @@ TIMED_OUT = 124         # exit status of a host whose time was up
 BROKEN = 125            # exit status when the host itself could not be made
 STAGE_VARIABLE = "BOOTWEAVE_STAGE"
 
+# Names the directory of a build that counts what runs. The program writes its counts below that path, on the
+# host; they are kept in a directory each below "hosts" there.
+COVERAGE_VARIABLE = "BOOTWEAVE_COVERAGE"
+
 # For scripts on the host: "until_ COMMAND..." repeats a command until it succeeds, for ten seconds at most.
 UNTIL = """
 until_() {
@@ -270,10 +274,18 @@ class Running:
             raise
         ending = Ending(self.results, self.process.returncode, (stdout or b"").decode("utf-8", "replace"),
                         (stderr or b"").decode("utf-8", "replace"), time.monotonic() - self._started)
+        self._keep_counts()
         self._ended(ending)
         if ending.status == BROKEN and "throwaway-host:" in ending.stderr:
             raise RuntimeError(f"the host could not be made: {ending.stderr.strip()}")
         return ending
+
+    def _keep_counts(self):
+        build = os.environ.get(COVERAGE_VARIABLE)
+        counts = self.results + (build or "")
+        if build is not None and os.path.isdir(counts):
+            os.makedirs(f"{build}/hosts", exist_ok=True)
+            shutil.move(counts, tempfile.mkdtemp(dir=f"{build}/hosts"))
 
 
 class Host:
@@ -346,6 +358,8 @@ class Host:
             words += ["--tree", tree]
         for path in self._keep:
             words += ["--keep", path]
+        if COVERAGE_VARIABLE in os.environ:
+            words += ["--keep", os.environ[COVERAGE_VARIABLE]]
         for name, value in (environment or {}).items():
             words += ["--setenv", f"{name}={value}"]
         if self._setup is not None:

@@ -154,7 +154,9 @@ class SystemLogTest(SystemTest):
         self.assertNotIn("executing start plugin: a", end.read("/run/received"))
 
     def test_a_daemon_that_was_started_again_gets_what_is_said_from_then_on(self):
-        restart = "kill $(cat /run/first.pid); /opt/log-daemon /run/second"
+        # What a daemon has not read is lost with it.
+        restart = (UNTIL + "until_ grep -q 'start plugin: a' /run/first\n"
+                   "kill $(cat /run/first.pid); /opt/log-daemon /run/second")
         host = self.host(plugin("a", ["restart log"], provides=["log"]), plugin("b", requires=["log"]),
                          command("restart.log", restart), _LOG_DAEMON, syslog=False)
         end = host.shell(UNTIL + "/opt/log-daemon /run/first; until_ test -s /run/first.pid; bootweave;"

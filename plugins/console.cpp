@@ -3,12 +3,14 @@
 
 #include <array>
 #include <cctype>
+#include <csignal>
 #include <ctime>
 #include <optional>
 #include <string_view>
 
 #include <fcntl.h>
 #include <linux/vt.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -79,6 +81,53 @@ void SwitchToTerminal(int number) {
     }
 }
 
+constexpr std::string_view kShowCursor = "\033[?25h";
+constexpr tcflag_t kLineMode = ICANON | ECHO;
+
+/// A signal that ends the program must not leave a terminal behind that shows neither keys nor cursor. Makes
+/// async-signal-safe calls only.
+extern "C" void RestoreTerminalAndEnd(int signal) {
+    termios attributes{};
+    if (::tcgetattr(STDIN_FILENO, &attributes) == 0) {
+        attributes.c_lflag |= kLineMode;
+        ::tcsetattr(STDIN_FILENO, TCSANOW, &attributes);
+    }
+    pollfd output{.fd = STDOUT_FILENO, .events = POLLOUT, .revents = 0};
+    if (::poll(&output, 1, 0) == 1) {  // output that was stopped must not hold up the end
+        Print(kShowCursor);
+    }
+    ::raise(signal);  // the default action by now, once this handler returns
+}
+
+/// While it lives, signals that would end the program restore the terminal first. Ignored ones stay ignored.
+class RestoreOnSignal {
+  public:
+    RestoreOnSignal() {
+        struct sigaction restore {};
+        restore.sa_handler = RestoreTerminalAndEnd;
+        restore.sa_flags = static_cast<int>(SA_RESETHAND | SA_RESTART);
+        sigfillset(&restore.sa_mask);  // SIGTTOU too: it would stop a background process that sets modes
+        for (std::size_t i = 0; i < kSignals.size(); ++i) {
+            ::sigaction(kSignals[i], nullptr, &before_[i]);
+            if (before_[i].sa_handler != SIG_IGN) {
+                ::sigaction(kSignals[i], &restore, nullptr);
+            }
+        }
+    }
+    ~RestoreOnSignal() {
+        for (std::size_t i = 0; i < kSignals.size(); ++i) {
+            ::sigaction(kSignals[i], &before_[i], nullptr);
+        }
+    }
+    RestoreOnSignal(const RestoreOnSignal&) = delete;
+    RestoreOnSignal& operator=(const RestoreOnSignal&) = delete;
+
+  private:
+    static constexpr std::array kSignals{SIGHUP, SIGINT, SIGQUIT, SIGTERM};
+
+    std::array<struct sigaction, kSignals.size()> before_{};
+};
+
 /// Takes keys one by one and unseen, for a scope, and hides the cursor meanwhile.
 class KeyByKey {
   public:
@@ -98,14 +147,13 @@ class KeyByKey {
         if (::tcsetattr(STDIN_FILENO, TCSANOW, &attributes_) != 0) {
             Log_Level(2, "unable to restore terminal io state.\n");
         }
-        Print("\033[?25h");
+        Print(kShowCursor);
     }
     KeyByKey(const KeyByKey&) = delete;
     KeyByKey& operator=(const KeyByKey&) = delete;
 
   private:
-    static constexpr tcflag_t kLineMode = ICANON | ECHO;
-
+    RestoreOnSignal restore_on_signal_;  // first: there before the terminal changes, and until it is restored
     termios attributes_{};
 };
 

@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdlib>
@@ -83,6 +84,8 @@ class Terminal {
         }
         Type(keys);
     }
+    /// As its operator does with a key.
+    void StopOutput() const { EXPECT_EQ(0, ::tcflow(slave_.get(), TCOOFF)); }
     /// Reads until `end` has come, or for 20 seconds.
     std::string ReadUntil(const std::string& end) {
         while (!text_.ends_with(end)) {
@@ -102,9 +105,11 @@ class Terminal {
     [[nodiscard]] bool EchoesLines() const { return LocalModes() == (ICANON | ECHO); }
 
   private:
+    /// Opened anew each time: a session's end hangs up what is open.
     [[nodiscard]] tcflag_t LocalModes() const {
+        const UniqueFd terminal(::open(name_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
         termios now{};
-        ::tcgetattr(slave_.get(), &now);
+        EXPECT_EQ(0, ::tcgetattr(terminal.get(), &now));
         return now.c_lflag & (ICANON | ECHO);
     }
 
@@ -121,8 +126,9 @@ class ConsoleTest : public testing::Test {
   protected:
     void SetUp() override { FakePlatform::Reset(); }
 
-    /// Asks about plugin "net" in a child on the terminal; log lines come out on the terminal as well.
-    ChildProcess Ask(const std::list<std::string>& required = {}) {
+    /// Asks about plugin "net" in a child on the terminal, the last of several times for the outcome; log
+    /// lines come out on the terminal as well.
+    ChildProcess Ask(const std::list<std::string>& required = {}, int times = 1) {
         auto child = ChildProcess::Fork([&] {
             ::dup2(terminal_.slave().get(), STDIN_FILENO);
             ::dup2(terminal_.slave().get(), STDOUT_FILENO);
@@ -132,7 +138,10 @@ class ConsoleTest : public testing::Test {
             RunConfig config;
             config.interactive = true;
             config.interactive_mode_requires = required;
-            const ConsoleAnswer answer = AskBeforePlugin("net", config);
+            ConsoleAnswer answer = AskBeforePlugin("net", config);
+            while (--times > 0) {
+                answer = AskBeforePlugin("net", config);
+            }
             if (answer == ConsoleAnswer::kSkip) {
                 return int{kSkips};
             }
@@ -213,7 +222,71 @@ TEST_F(ConsoleTest, TroubleshootOpensAShellAndThenProceedsWithoutANewQuestion) {
     const std::string shell = terminal_.ReadUntil("\033[2K");
     EXPECT_THAT(shell, HasSubstr("/bin/sh-4\n"));  // three, and the directory that ls reads
     EXPECT_THAT(shell, HasSubstr("/dev/pts/"));
+    EXPECT_THAT(shell, testing::EndsWith("\033[2K"));
     EXPECT_EQ(kProceeds, StatusOf(child));
+}
+
+TEST_F(ConsoleTest, BehindATroubleshootingShellTheNextPluginIsAskedAbout) {
+    ChildProcess child = Ask({}, 2);
+    terminal_.ReadUntil(question_);
+    terminal_.Answer("t");
+    terminal_.ReadUntil("(s)kip\033[0m\n");
+    terminal_.Type("stty -echo; exit\n");
+    EXPECT_THAT(terminal_.ReadUntil(question_), testing::EndsWith("\033[2K" + question_));
+    terminal_.Answer("s");
+    EXPECT_THAT(terminal_.ReadUntil("(s)kip\033[0m\n"),
+                testing::StartsWith("\033[?25h5 skipping plugin net (interactive mode request)\n\r"));
+    EXPECT_EQ(kSkips, StatusOf(child));
+    EXPECT_TRUE(terminal_.EchoesLines());
+}
+
+TEST_F(ConsoleTest, ASignalThatEndsTheProgramLeavesTheTerminalFitForUse) {
+    for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
+        ChildProcess child = Ask();
+        terminal_.ReadUntil(question_);
+        terminal_.Answer("x");
+        EXPECT_EQ(0, ::kill(child.pid(), signal));
+        EXPECT_EQ("\033[?25h", terminal_.ReadUntil("\033[?25h")) << signal;
+        EXPECT_EQ(signal, ExitStatus::FromRaw(*child.Wait()).signal);
+        EXPECT_TRUE(terminal_.EchoesLines()) << signal;
+    }
+}
+
+TEST_F(ConsoleTest, ASignalEndsTheProgramWhoseOutputIsStopped) {
+    ChildProcess child = Ask();
+    terminal_.ReadUntil(question_);
+    terminal_.Answer("x");
+    terminal_.StopOutput();
+    EXPECT_EQ(0, ::kill(child.pid(), SIGTERM));
+    EXPECT_EQ(SIGTERM, ExitStatus::FromRaw(*child.Wait()).signal);
+    EXPECT_TRUE(terminal_.EchoesLines());
+}
+
+TEST_F(ConsoleTest, ASignalThatIsIgnoredStaysIgnored) {
+    const auto before = std::signal(SIGHUP, SIG_IGN);
+    ChildProcess child = Ask();
+    std::signal(SIGHUP, before);
+    terminal_.ReadUntil(question_);
+    EXPECT_EQ(0, ::kill(child.pid(), SIGHUP));
+    terminal_.Answer("e");
+    EXPECT_THAT(terminal_.ReadUntil("\n"), testing::StartsWith("\033[?25h\r"));
+    EXPECT_EQ(kProceeds, StatusOf(child));
+}
+
+TEST_F(ConsoleTest, BehindAnAnswerSignalsDoWhatTheyDidBefore) {
+    auto child = ChildProcess::Fork([&] {
+        ::dup2(terminal_.slave().get(), STDIN_FILENO);
+        ::dup2(terminal_.slave().get(), STDOUT_FILENO);
+        static constexpr int kEndedByHandler = 42;
+        std::signal(SIGTERM, [](int) { ::_exit(kEndedByHandler); });
+        RunConfig config;
+        static_cast<void>(AskBeforePlugin("net", config));
+        ::raise(SIGTERM);
+        return 0;
+    });
+    terminal_.ReadUntil(question_);
+    terminal_.Answer("e");
+    EXPECT_EQ(42, StatusOf(*child));
 }
 
 TEST_F(ConsoleTest, NoQuestionComesBeforeTheRequiredPluginsAreReached) {

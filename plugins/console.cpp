@@ -157,8 +157,8 @@ class KeyByKey {
     termios attributes_{};
 };
 
-/// At the end of input there is nothing left to wait for, and a console that was hung up may come back: look
-/// again now and then.
+/// The end of input is no answer, and nothing tells when there is more behind it, from another writer or for
+/// a process that is in the foreground again: look now and then.
 void Idle() {
     const timespec pause{.tv_sec = 1, .tv_nsec = 0};
     ::nanosleep(&pause, nullptr);

@@ -10,9 +10,12 @@
 #include <filesystem>
 #include <thread>
 
+#include <boost/algorithm/string/replace.hpp>
+
 #include <fcntl.h>
 #include <linux/vt.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -84,6 +87,14 @@ class Terminal {
         }
         Type(keys);
     }
+    /// What all others have opened of it is dead then. \return false without the right to do it
+    [[nodiscard]] bool HangUp() {
+        if (::ioctl(slave_.get(), TIOCVHANGUP) != 0) {
+            return false;
+        }
+        slave_.Reset(::open(name_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+        return true;
+    }
     /// As its operator does with a key.
     void StopOutput() const { EXPECT_EQ(0, ::tcflow(slave_.get(), TCOOFF)); }
     /// Reads until `end` has come, or for 20 seconds.
@@ -99,6 +110,7 @@ class Terminal {
                 break;
             }
             text_.append(buffer, static_cast<std::size_t>(count));
+            boost::algorithm::replace_all(text_, "\r\n", "\n");  // it has its default modes after a hang-up
         }
         return std::exchange(text_, {});
     }
@@ -236,6 +248,29 @@ TEST_F(ConsoleTest, BehindATroubleshootingShellTheNextPluginIsAskedAbout) {
     terminal_.Answer("s");
     EXPECT_THAT(terminal_.ReadUntil("(s)kip\033[0m\n"),
                 testing::StartsWith("\033[?25h5 skipping plugin net (interactive mode request)\n\r"));
+    EXPECT_EQ(kSkips, StatusOf(child));
+    EXPECT_TRUE(terminal_.EchoesLines());
+}
+
+// The end of a session hangs up a console for everybody who has it open, and a pseudo-terminal only on
+// request.
+TEST_F(ConsoleTest, ATerminalThatTheShellsEndHasHungUpIsOpenedAnew) {
+    ChildProcess child = Ask({}, 2);
+    terminal_.ReadUntil(question_);
+    terminal_.Answer("t");
+    terminal_.ReadUntil("(s)kip\033[0m\n");
+    terminal_.Type("echo r''eady\n");
+    terminal_.ReadUntil("ready\nprompt>");
+    if (!terminal_.HangUp()) {
+        terminal_.Type("exit\n");
+        terminal_.ReadUntil(question_);
+        terminal_.Answer("e");
+        StatusOf(child);
+        GTEST_SKIP() << "only root may hang a terminal up";
+    }
+    EXPECT_THAT(terminal_.ReadUntil(question_), testing::EndsWith("\033[2K" + question_));
+    terminal_.Answer("s");
+    EXPECT_THAT(terminal_.ReadUntil("(s)kip\033[0m\n"), testing::StartsWith("\033[?25h"));
     EXPECT_EQ(kSkips, StatusOf(child));
     EXPECT_TRUE(terminal_.EchoesLines());
 }

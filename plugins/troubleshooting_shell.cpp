@@ -41,6 +41,7 @@ void RunTroubleshootingShell() {
         return;
     }
     static_cast<void>(child->Wait());
+    ReopenHungUpStreams();  // the end of a session hangs up the console that it had for a terminal
 }
 
 }  // namespace bootweave

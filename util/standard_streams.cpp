@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "util/standard_streams.h"
 
+#include <cerrno>
 #include <climits>
 
 #include <fcntl.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include "platform/log.h"
@@ -76,6 +78,21 @@ void RedirectStandardStreams(const std::string& path) {
         Warning("Failed redirecting stderr to %s", path.c_str());
     }
     CloseUnlessBetween(STDOUT_FILENO, STDERR_FILENO, std::move(file));
+}
+
+void ReopenHungUpStreams() {
+    for (int number = STDIN_FILENO; number <= STDERR_FILENO; ++number) {
+        termios attributes{};
+        if (::tcgetattr(number, &attributes) == 0 || errno != EIO) {
+            continue;
+        }
+        const int flags = ::fcntl(number, F_GETFL);
+        const std::string same_file = "/proc/self/fd/" + std::to_string(number);
+        const UniqueFd terminal(Open(same_file.c_str(), (flags & O_ACCMODE) | O_NONBLOCK));
+        if (terminal.valid() && Duplicate(terminal.get(), number)) {
+            ::fcntl(number, F_SETFL, flags);
+        }
+    }
 }
 
 void CloseDescriptorsFrom(int first) {

@@ -17,6 +17,11 @@ void EnsureStandardDescriptors();
 /// For a freshly forked child: takes no lock.
 void RedirectStandardStreams(const std::string& path);
 
+/// Opens anew those of the three that stand for a terminal which was hung up: what was open then is dead for
+/// ever, reads find the end and writes fail, though the terminal itself may be there again. One that cannot
+/// be opened stays as it is. Never waits for a line's carrier.
+void ReopenHungUpStreams();
+
 /// Closes every descriptor from `first` up. For a freshly forked child.
 void CloseDescriptorsFrom(int first);
 

@@ -41,6 +41,7 @@ _DAEMON = 3             # the facility
 TIMED_OUT = 124         # exit status of a host whose time was up
 BROKEN = 125            # exit status when the host itself could not be made
 STAGE_VARIABLE = "BOOTWEAVE_STAGE"
+PRESET_VARIABLE = "BOOTWEAVE_PRESET"    # how the program was built; "release" unless it says another
 
 # Names the directory of a build that counts what runs. The program writes its counts below that path, on the
 # host; they are kept in a directory each below "hosts" there.

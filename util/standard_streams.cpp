@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "util/standard_streams.h"
 
+#include <array>
 #include <cerrno>
 #include <climits>
 
@@ -81,14 +82,15 @@ void RedirectStandardStreams(const std::string& path) {
 }
 
 void ReopenHungUpStreams() {
+    constexpr std::array kOwnFiles{"/proc/self/fd/0", "/proc/self/fd/1", "/proc/self/fd/2"};
     for (int number = STDIN_FILENO; number <= STDERR_FILENO; ++number) {
         termios attributes{};
         if (::tcgetattr(number, &attributes) == 0 || errno != EIO) {
             continue;
         }
         const int flags = ::fcntl(number, F_GETFL);
-        const std::string same_file = "/proc/self/fd/" + std::to_string(number);
-        const UniqueFd terminal(Open(same_file.c_str(), (flags & O_ACCMODE) | O_NONBLOCK));
+        const UniqueFd terminal(
+            Open(kOwnFiles.at(static_cast<std::size_t>(number)), (flags & O_ACCMODE) | O_NONBLOCK));
         if (terminal.valid() && Duplicate(terminal.get(), number)) {
             ::fcntl(number, F_SETFL, flags);
         }

@@ -5,8 +5,9 @@
 #include <chrono>
 #include <cstdlib>
 #include <optional>
-#include <sstream>
 #include <vector>
+
+#include <boost/tokenizer.hpp>
 
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -68,13 +69,9 @@ struct Streams {
 };
 
 ChildProcess StartProgram(const std::string& command_line) {
-    std::istringstream text(command_line);
-    std::vector<std::string> words;
-    for (std::string word; std::getline(text, word, ' ');) {
-        if (!word.empty()) {
-            words.push_back(word);
-        }
-    }
+    using Blanks = boost::char_separator<char>;
+    const boost::tokenizer<Blanks> tokens(command_line, Blanks(" "));
+    std::vector<std::string> words(tokens.begin(), tokens.end());
     std::vector<char*> argv;
     argv.reserve(words.size() + 1);
     for (std::string& word : words) {

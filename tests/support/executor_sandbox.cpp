@@ -7,7 +7,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <thread>
 
@@ -17,6 +16,7 @@
 
 #include "tests/support/fake_platform.h"
 #include "tests/support/system_calls.h"
+#include "util/read_file.h"
 
 namespace bootweave {
 namespace {
@@ -33,10 +33,10 @@ bool Eventually(const std::function<bool()>& condition) {
     return true;
 }
 
-/// The parent of a process, from the field behind the state; the name before it may hold anything.
+/// The parent of a process, from the field behind the state; the name before it may hold anything. None for a
+/// process that ends meanwhile.
 pid_t ParentOf(const std::filesystem::path& process) {
-    std::ifstream file(process / "stat");
-    const std::string stat((std::istreambuf_iterator<char>(file)), {});
+    const std::string stat = ReadRegularFile(process / "stat").value_or("");
     const std::size_t name_end = stat.rfind(')');
     return name_end == std::string::npos ? -1 : std::atoi(stat.c_str() + name_end + 4);
 }

@@ -79,12 +79,15 @@ class Terminal {
     void Type(const std::string& keys) const {
         EXPECT_EQ(static_cast<ssize_t>(keys.size()), ::write(master_.get(), keys.data(), keys.size()));
     }
-    /// Types once keys are read one by one and without an echo: the question is there a moment earlier.
-    void Answer(const std::string& keys) const {
+    /// Waits until keys are read one by one and without an echo: the question is there a moment earlier.
+    void AwaitKeyMode() const {
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         while (LocalModes() != 0 && std::chrono::steady_clock::now() < deadline) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
+    }
+    void Answer(const std::string& keys) const {
+        AwaitKeyMode();
         Type(keys);
     }
     /// What all others have opened of it is dead then. \return false without the right to do it
@@ -279,7 +282,7 @@ TEST_F(ConsoleTest, ASignalThatEndsTheProgramLeavesTheTerminalFitForUse) {
     for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
         ChildProcess child = Ask();
         terminal_.ReadUntil(question_);
-        terminal_.Answer("x");
+        terminal_.AwaitKeyMode();
         EXPECT_EQ(0, ::kill(child.pid(), signal));
         EXPECT_EQ("\033[?25h", terminal_.ReadUntil("\033[?25h")) << signal;
         EXPECT_EQ(signal, ExitStatus::FromRaw(*child.Wait()).signal);
@@ -290,7 +293,7 @@ TEST_F(ConsoleTest, ASignalThatEndsTheProgramLeavesTheTerminalFitForUse) {
 TEST_F(ConsoleTest, ASignalEndsTheProgramWhoseOutputIsStopped) {
     ChildProcess child = Ask();
     terminal_.ReadUntil(question_);
-    terminal_.Answer("x");
+    terminal_.AwaitKeyMode();
     terminal_.StopOutput();
     EXPECT_EQ(0, ::kill(child.pid(), SIGTERM));
     EXPECT_EQ(SIGTERM, ExitStatus::FromRaw(*child.Wait()).signal);

@@ -221,6 +221,7 @@ class LimitTest(SystemTest):
     """Processes that may have but a few descriptors, or no child."""
 
     def test_without_descriptors_for_their_sockets_client_and_executor_say_so(self):
+        self.need_small_limits()
         end = self.host(plugin("p", ["note"]), _NOTE).shell(UNTIL + f"""
             (ulimit -n 4; exec bootweave --plugin=p.json)
             until_ grep -q 'Poll Loop' {EXECUTOR_LOG}""")
@@ -242,6 +243,7 @@ class LimitTest(SystemTest):
         self.assertEqual([self._NOT_ACCEPTED] * 2, refused)
 
     def test_a_run_with_hardly_a_descriptor_ends_and_leaves_no_executor_behind(self):
+        self.need_small_limits()
         host = self.host(plugin("p", ["note"]), _NOTE)
         for limit in range(5, 9):
             with self.subTest(limit):

@@ -43,6 +43,15 @@ BROKEN = 125            # exit status when the host itself could not be made
 STAGE_VARIABLE = "BOOTWEAVE_STAGE"
 PRESET_VARIABLE = "BOOTWEAVE_PRESET"    # how the program was built; "release" unless it says another
 
+# What a program built with a sanitizer is told: a plugin that crashes ends by its signal, as it does without,
+# and so does the program itself; what escapes a worker by a fork may start threads.
+_SANITIZER_OPTIONS = {
+    "asan": {"ASAN_OPTIONS": ":".join(f"handle_{name}=0" for name in ("segv", "sigbus", "sigfpe", "sigill",
+                                                                      "abort"))},
+    "tsan": {"TSAN_OPTIONS": "die_after_fork=0:" + ":".join(
+        f"handle_{name}=0" for name in ("segv", "sigbus", "sigfpe", "sigill", "abort"))},
+}
+
 # Names the directory of a build that counts what runs. The program writes its counts below that path, on the
 # host; they are kept in a directory each below "hosts" there.
 COVERAGE_VARIABLE = "BOOTWEAVE_COVERAGE"
@@ -361,7 +370,8 @@ class Host:
             words += ["--keep", path]
         if COVERAGE_VARIABLE in os.environ:
             words += ["--keep", os.environ[COVERAGE_VARIABLE]]
-        for name, value in (environment or {}).items():
+        preset = os.environ.get(PRESET_VARIABLE, "release")
+        for name, value in {**_SANITIZER_OPTIONS.get(preset, {}), **(environment or {})}.items():
             words += ["--setenv", f"{name}={value}"]
         if self._setup is not None:
             words += ["--setup", self._setup]
@@ -398,6 +408,11 @@ class SystemTest(unittest.TestCase):
         users = self.host().shell("cat /proc/self/uid_map").stdout.split()
         if int(users[2]) < 65535:
             self.skipTest("needs users other than root on the host, which only root can make")
+
+    def need_small_limits(self):
+        """Skips a case that leaves the program so little that a sanitizer's own needs would end it."""
+        if os.environ.get(PRESET_VARIABLE, "release") in _SANITIZER_OPTIONS:
+            self.skipTest("a sanitizer needs more memory and descriptors than this leaves")
 
     def host(self, *files, trees=(), setup=None, keep=(), syslog=True):
         """A host with these files.

@@ -279,7 +279,7 @@ class LoadTest(SystemTest):
                     native("a", more=_on_load("_exit(0);")))
 
     def test_an_object_whose_lists_lead_nowhere(self):
-        wild = native_source().replace("(1, NULL,", "(1, (const char *const *)1,")
+        wild = native_source().replace("(1, NULL,", "(1, (const char *const *)8,")
         self._check(_invalid("a", "metadata reader exited with signal: 11"),
                     {_path("a"): compile_object(wild)})
 

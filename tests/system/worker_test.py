@@ -53,6 +53,7 @@ class TooFewThreadsTest(SystemTest):
     """Each thread wants a stack of four gigabytes, and the address space ends after some of them."""
 
     def _boot(self, gigabytes, afterwards=":"):
+        self.need_small_limits()
         files = plugin("p0"), plugin("p1")
         limits = f"ulimit -s 4194304; ulimit -v {gigabytes * 1048576}"
         return self.host(*files).shell(

@@ -107,6 +107,7 @@ class DeathTest(SystemTest):
         self.assertEqual((0, (NOTICE, "Executor has been Successfully Stopped")), (end.status, end.said[-1]))
 
     def test_in_parallel_only_one_executor_is_started_anew(self):
+        self.need_plain_threads()
         plugins = [plugin(f"p{number}", ["note"] * 3, requires=["dead"]) for number in range(6)]
         end = self.host(plugin("p", ["die"], provides=["dead"]), *plugins, _NOTE,
                         command("die", f"rm {_SOCKET}; kill -9 $PPID; exec sleep 1000")).boot("--parallel")

@@ -14,6 +14,10 @@ _NO_WORKERS = ("Failed to initialize bootweave: Could not create enough executio
 
 
 class WorkerCountTest(SystemTest):
+    def setUp(self):
+        super().setUp()
+        self.need_plain_threads()
+
     def _workers(self, *arguments, plugins=9, files=()):
         """How many workers run this many plugins."""
         others = [plugin(f"p{number}") for number in range(1, plugins)]

@@ -341,9 +341,12 @@ class Host:
         """Runs the program with these arguments to its end; options as for start()."""
         return self.run(PROGRAM, *arguments, **options)
 
-    def shell(self, script, **options):
-        """Runs a shell script on the host, for cases that do something before or after the program."""
-        return self.run("/bin/sh", "-c", script, **options)
+    def shell(self, script, *arguments, **options):
+        """Runs a shell script on the host, for cases that do something before or after the program.
+
+        :param arguments: what the script finds in $0, $1 and so on
+        """
+        return self.run("/bin/sh", "-c", script, *arguments, **options)
 
     def run(self, *argv, **options):
         return self.start(*argv, **options).finish()

@@ -3,6 +3,7 @@
 
 import dataclasses
 import os
+import socket
 import time
 
 EXECUTOR_LOG = "/var/log/bootweave-hostcli-stdout.log"
@@ -114,6 +115,20 @@ def wait_for_rest_of(driver, session):
         return not others and (not programs or (len(programs) == 1 and somebody_listens()))
 
     until(at_rest, "that only an executor is left of the run")
+    # The last words of a run that was killed may be on their way to its executor, a stop request among them.
+    if somebody_listens() and not _answers():
+        wait_for_no_program()
+
+
+def _answers():
+    """Whether the executor answers, which it does when all that has reached it before is done."""
+    with socket.socket(socket.AF_UNIX) as client:
+        try:
+            client.connect(_SOCKET)
+            client.shutdown(socket.SHUT_WR)     # a request of no bytes, a failed command
+            return len(client.recv(4)) == 4
+        except ConnectionError:
+            return False
 
 
 def wait_for_no_program():

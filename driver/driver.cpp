@@ -22,6 +22,7 @@
 #include "driver/syslog_reload.h"
 #include "graph/dot.h"
 #include "graph/executor.h"
+#include "graph/run_all.h"
 #include "hostcli/executor_client.h"
 #include "platform/config_store.h"
 #include "platform/log.h"
@@ -165,36 +166,23 @@ class Driver {
     /// \return whether the run went through; what its plugins did is in the log
     bool RunGraph() {
         Executor executor(static_cast<std::int32_t>(config_.threads), config_.randomize);
+        const std::vector<Node*> nodes(discovery_.plugins().begin(), discovery_.plugins().end());
         if (!options_.daemon_mode) {
-            ActivatePlugins(executor);
+            ActivatePlugins(nodes, executor);
         } else if (config_.method == "stop") {
-            RunAll(executor, &Node::ScheduleReverse, &Node::WaitReverse);
+            RunAllReverse(nodes, executor);
         } else {
-            RunAll(executor, &Node::ScheduleForward, &Node::WaitForward);
+            RunAllForward(nodes, executor);
         }
         return true;
     }
 
-    void ActivatePlugins(Executor& executor) {
+    void ActivatePlugins(const std::vector<Node*>& nodes, Executor& executor) {
         MantleCtl::System::KernelProgressScreenImpl screen;
         screen.ProgressText("Activating Bootweave Plugins");
         screen.StatusText("");
-        RunAll(executor, &Node::ScheduleForward, &Node::WaitForward);
+        RunAllForward(nodes, executor);
         WriteRunOnceRecord(options_.run_once_names);
-    }
-
-    void RunAll(Executor& executor, void (Node::*schedule)(Executor&), void (Node::*wait)()) {
-        {
-            // Held until all are scheduled: the first choice must see every node, whatever the workers'
-            // timing.
-            const ProcessLockGuard lock;
-            for (Plugin* plugin : discovery_.plugins()) {
-                (plugin->*schedule)(executor);
-            }
-        }
-        for (Plugin* plugin : discovery_.plugins()) {
-            (plugin->*wait)();
-        }
     }
 
     /// Writes the graph instead of running it. \return whether all of it was written

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <vector>
 
 namespace bootweave {
 namespace {
@@ -16,7 +17,7 @@ struct Step {
 };
 
 /// The depth that the neighbours' give, when all of them are known; -1 when one is not.
-std::int32_t DepthFromKnown(const std::vector<Node*>& neighbours, std::int32_t Node::*depth) {
+std::int32_t DepthFromKnown(const Edges& neighbours, std::int32_t Node::*depth) {
     std::int32_t best = 0;
     for (const Node* neighbour : neighbours) {
         if (neighbour->*depth < 0) {
@@ -29,7 +30,7 @@ std::int32_t DepthFromKnown(const std::vector<Node*>& neighbours, std::int32_t N
 
 }  // namespace
 
-std::int32_t ComputeDepth(Node& root, std::vector<Node*> Node::*next, std::int32_t Node::*depth) {
+std::int32_t ComputeDepth(Node& root, Edges Node::*next, std::int32_t Node::*depth) {
     if (root.*depth >= 0) {
         return root.*depth;
     }
@@ -41,7 +42,7 @@ std::int32_t ComputeDepth(Node& root, std::vector<Node*> Node::*next, std::int32
     root.*depth = kOnTheWay;
     while (!path.empty()) {
         Step& step = path.back();
-        const std::vector<Node*>& neighbours = step.node->*next;
+        const Edges& neighbours = step.node->*next;
         if (step.next == neighbours.size()) {
             const std::int32_t result = step.best;
             step.node->*depth = result;

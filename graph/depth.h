@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
 
 #include "graph/node.h"
 
@@ -11,7 +10,6 @@ namespace bootweave {
 /// The length of the longest chain from `root` along `next`, kept in `depth` of every node on the way: -1
 /// there means not computed. An edge that closes a cycle counts 0. Takes memory, but no stack, for the
 /// chain's length. The caller holds the graph lock.
-std::int32_t ComputeDepth(Node& root, std::vector<Node*> Node::*next, std::int32_t Node::*depth)
-    REQUIRES(g_process_lock);
+std::int32_t ComputeDepth(Node& root, Edges Node::*next, std::int32_t Node::*depth) REQUIRES(g_process_lock);
 
 }  // namespace bootweave

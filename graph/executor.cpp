@@ -7,9 +7,14 @@
 #include "util/exception.h"
 
 namespace bootweave {
+namespace {
+
+constexpr const char* kNoConditionVariable = "Condition variable for Executor could not be initialized";
+
+}  // namespace
 
 Executor::Executor(std::int32_t threads, bool randomize)
-    : work_to_do_("Condition variable for Executor could not be initialized"), randomize_(randomize) {
+    : work_to_do_(kNoConditionVariable), idle_(kNoConditionVariable), randomize_(randomize) {
     for (std::int32_t created = 0; created < threads; ++created) {
         try {
             workers_.emplace_back([this] { Work(); });
@@ -45,15 +50,36 @@ void Executor::Enqueue(Node& node) {
     work_to_do_.Broadcast();
 }
 
+void Executor::WaitUntilIdle() {
+    const ProcessLockGuard lock;
+    while (running_ > 0 || queue_.size() > 0) {
+        idle_.Wait();
+    }
+}
+
+void Executor::RunLocked(Node& node) {
+    if (queue_.size() > 0 && sleeping_ > 0) {
+        work_to_do_.Broadcast();
+    }
+    ++running_;
+    node.RunLocked(*this);
+    --running_;
+    if (running_ == 0 && queue_.size() == 0) {
+        idle_.Broadcast();
+    }
+}
+
 void Executor::Work() {
     g_process_lock.Lock();
     while (!stop_) {
         Node* node = queue_.Pop(randomize_);
-        if (node == nullptr) {
-            work_to_do_.Wait();
+        if (node != nullptr) {
+            RunLocked(*node);
             continue;
         }
-        node->RunLocked(*this);
+        ++sleeping_;
+        work_to_do_.Wait();
+        --sleeping_;
     }
     g_process_lock.Unlock();
 }

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <exception>
 #include <utility>
+#include <vector>
 
 #include "graph/depth.h"
 #include "graph/executor.h"
@@ -34,8 +35,8 @@ const Direction Direction::kReverse{NodeState::kWaitingReverse, NodeState::kQueu
                                     NodeState::kDoneReverse, &Node::dependents_, &Node::dependencies_};
 
 Node::Node(std::string name, std::uint32_t order_key)
-    : name_(std::move(name)),
-      order_key_(order_key),
+    : order_key_(order_key),
+      name_(std::move(name)),
       finished_("Condition variable for Node could not be initialized") {}
 
 NodeState Node::state() const {
@@ -61,12 +62,20 @@ void Node::AddDependent(Node& dependent) {
 
 std::int32_t Node::level() {
     const ProcessLockGuard lock;
-    return ComputeDepth(*this, &Node::dependencies_, &Node::level_);
+    return LevelLocked();
 }
 
 std::int32_t Node::height() {
     const ProcessLockGuard lock;
-    return ComputeDepth(*this, &Node::dependents_, &Node::height_);
+    return HeightLocked();
+}
+
+std::int32_t Node::LevelLocked() {
+    return level_ >= 0 ? level_ : ComputeDepth(*this, &Node::dependencies_, &Node::level_);
+}
+
+std::int32_t Node::HeightLocked() {
+    return height_ >= 0 ? height_ : ComputeDepth(*this, &Node::dependents_, &Node::height_);
 }
 
 void Node::ScheduleForward(Executor& executor) {
@@ -89,19 +98,20 @@ void Node::Schedule(Executor& executor, const Direction& direction) {
         return;
     }
     const std::uint32_t unfinished = EnterLocked(direction);
-    const std::vector<Node*>& own = this->*direction.before;
+    const Edges& own = this->*direction.before;
     const bool nothing_idle =
         std::none_of(own.begin(), own.end(), [](Node* node) { return node->state_ == NodeState::kIdle; });
     if (nothing_idle) {  // most nodes: those before them were scheduled first
         if (unfinished == 0) {
-            QueueLocked(executor, direction);
+            QueueLocked(direction);
+            executor.Enqueue(*this);
         }
         return;
     }
     std::vector<Step> path{{this, 0, unfinished}};
     while (!path.empty()) {
         Step& step = path.back();
-        const std::vector<Node*>& before = step.node->*direction.before;
+        const Edges& before = step.node->*direction.before;
         while (step.next < before.size() && before[step.next]->state_ != NodeState::kIdle) {
             ++step.next;
         }
@@ -111,16 +121,11 @@ void Node::Schedule(Executor& executor, const Direction& direction) {
             continue;
         }
         if (step.unfinished == 0) {
-            step.node->QueueLocked(executor, direction);
+            step.node->QueueLocked(direction);
+            executor.Enqueue(*step.node);
         }
         path.pop_back();
     }
-}
-
-/// A number that no earlier walk over nodes has had.
-std::uint64_t Node::NextWalkLocked() {
-    static constinit std::uint64_t last_walk = 0;
-    return ++last_walk;
 }
 
 /// Sets an idle node waiting. Returns how many different nodes it waits for.
@@ -147,22 +152,9 @@ std::uint32_t Node::CountUnfinishedLocked(const Direction& direction) {
     return count;
 }
 
-void Node::QueueLocked(Executor& executor, const Direction& direction) {
+void Node::QueueLocked(const Direction& direction) {
     StallWatch::NoteQueuedLocked(state_ == direction.waiting);
     state_ = direction.queued;
-    executor.Enqueue(*this);
-}
-
-void Node::RunForward(Executor& executor) {
-    Perform(Direction::kForward);
-    const ProcessLockGuard lock;
-    FinishLocked(executor, Direction::kForward);
-}
-
-void Node::RunReverse(Executor& executor) {
-    Perform(Direction::kReverse);
-    const ProcessLockGuard lock;
-    FinishLocked(executor, Direction::kReverse);
 }
 
 void Node::RunLocked(Executor& executor) {
@@ -191,10 +183,13 @@ void Node::FinishLocked(Executor& executor, const Direction& direction) {
         }
         node->walk_ = walk;
         if (--node->unfinished_ == 0) {
-            node->QueueLocked(executor, direction);
+            node->QueueLocked(direction);
+            executor.EnqueueFromWorkerLocked(*node);
         }
     }
-    finished_.Broadcast();
+    if (awaited_) {
+        finished_.Broadcast();
+    }
     StallWatch::NoteFinishedLocked();
 }
 
@@ -210,6 +205,7 @@ void Node::Wait(const Direction& direction) {
     if (state_ == direction.done) {
         return;
     }
+    awaited_ = true;
     const StallWatch::Sleeper sleeper(*this, direction);
     while (state_ != direction.done) {
         sleeper.ReportStallLocked();

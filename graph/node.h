@@ -3,7 +3,8 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
+
+#include <boost/container/small_vector.hpp>
 
 #include "util/process_lock.h"
 
@@ -24,7 +25,12 @@
 namespace bootweave {
 
 class Executor;
+class Node;
 struct Direction;
+
+/// Neighbours of a node. Most have few, which lie in the node itself: a walk over the graph then finds them
+/// in the memory that it looks at anyway.
+using Edges = boost::container::small_vector<Node*, 2>;
 
 /// Where a node is on its way. The numbers are those of the daemon states that plugins report.
 enum class NodeState : std::uint32_t {
@@ -63,9 +69,9 @@ class Node {
     /// Makes `dependent` depend on this node.
     void AddDependent(Node& dependent);
     /// The nodes that finish before this one, in the order in which the edges were added.
-    [[nodiscard]] const std::vector<Node*>& dependencies() const { return dependencies_; }
+    [[nodiscard]] const Edges& dependencies() const { return dependencies_; }
     /// The nodes that wait for this one, in the order in which the edges were added.
-    [[nodiscard]] const std::vector<Node*>& dependents() const { return dependents_; }
+    [[nodiscard]] const Edges& dependents() const { return dependents_; }
 
     /// The longest chain of nodes before this one; 0 without dependencies. Computed on first request.
     [[nodiscard]] std::int32_t level();
@@ -79,48 +85,54 @@ class Node {
     /// When the run has stalled, the level 2 line "Bootweave is stalled: plugins wait for each other: ..."
     /// names a circle, once per process; the wait goes on.
     void WaitForward();
-    /// Runs the node on the calling thread and lets go of what waited for it. The node is queued forward.
-    void RunForward(Executor& executor);
 
-    /// The same three, for the reverse traversal.
+    /// The same two, for the reverse traversal.
     void ScheduleReverse(Executor& executor);
     void WaitReverse();
-    void RunReverse(Executor& executor);
+
+    /// Runs the node on the calling worker, the way that it was queued, and lets go of what waited for it.
+    /// Frees the lock meanwhile.
+    void RunLocked(Executor& executor) REQUIRES(g_process_lock);
 
     /// Counts the node as done, without running it.
     void MarkDone();
-
-    /// Runs the node the way that it was queued, as RunForward and RunReverse do. Frees the lock meanwhile.
-    void RunLocked(Executor& executor) REQUIRES(g_process_lock);
 
   private:
     friend struct Direction;
     friend class ReadyQueue;
     friend class StallWatch;
-    friend std::int32_t ComputeDepth(Node& root, std::vector<Node*> Node::*next, std::int32_t Node::*depth);
+    friend std::int32_t ComputeDepth(Node& root, Edges Node::*next, std::int32_t Node::*depth);
 
+    [[nodiscard]] std::int32_t LevelLocked() REQUIRES(g_process_lock);
+    [[nodiscard]] std::int32_t HeightLocked() REQUIRES(g_process_lock);
     void Schedule(Executor& executor, const Direction& direction);
     void Wait(const Direction& direction);
     void Perform(const Direction& direction);
     void FinishLocked(Executor& executor, const Direction& direction) REQUIRES(g_process_lock);
 
-    [[nodiscard]] static std::uint64_t NextWalkLocked() REQUIRES(g_process_lock);
+    /// A number that no earlier walk over nodes has had.
+    [[nodiscard]] static std::uint64_t NextWalkLocked() REQUIRES(g_process_lock) { return ++last_walk_; }
     std::uint32_t EnterLocked(const Direction& direction) REQUIRES(g_process_lock);
-    void QueueLocked(Executor& executor, const Direction& direction) REQUIRES(g_process_lock);
+    void QueueLocked(const Direction& direction) REQUIRES(g_process_lock);
     std::uint32_t CountUnfinishedLocked(const Direction& direction) REQUIRES(g_process_lock);
 
-    std::string name_;
-    std::vector<Node*> dependencies_;
-    std::vector<Node*> dependents_;
+    // What each step of a run looks at lies together: a large graph does not fit into the caches.
     const std::uint32_t order_key_;
-    std::int32_t height_ = -1;
-    std::int32_t level_ = -1;
     NodeState state_ = NodeState::kIdle;
     /// While waiting: how many different nodes it still waits for.
     std::uint32_t unfinished_ = 0;
+    std::int32_t height_ = -1;
+    std::int32_t level_ = -1;
+    /// Whether a thread sleeps, or has slept, until it is done.
+    bool awaited_ = false;
     /// The last walk that came by: tells a node met twice in one walk.
     std::uint64_t walk_ = 0;
+    Edges dependencies_;
+    Edges dependents_;
+    std::string name_;
     ConditionVariable finished_;
+
+    static constinit inline std::uint64_t last_walk_ = 0;
 };
 
 /// One of the two ways through the graph.
@@ -128,8 +140,8 @@ struct Direction {
     NodeState waiting;
     NodeState queued;
     NodeState done;
-    std::vector<Node*> Node::*before;  ///< what must be done first
-    std::vector<Node*> Node::*after;   ///< what waits
+    Edges Node::*before;  ///< what must be done first
+    Edges Node::*after;   ///< what waits
 
     /// Whether a node in this state holds up what comes after it.
     [[nodiscard]] bool Unfinished(NodeState state) const {

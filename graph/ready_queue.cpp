@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstdlib>
+#include <utility>
 
 namespace bootweave {
 namespace {
@@ -11,6 +12,13 @@ namespace {
 /// The lowest set bit: how many slots an entry of the tree counts.
 std::size_t LowestBit(std::size_t value) {
     return value & (~value + 1);
+}
+
+/// One of so many. By rand, never seeded: two randomised runs of one graph choose alike. The graph lock is
+/// held.
+std::size_t Choose(std::size_t candidates) {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe,cert-msc50-cpp)
+    return static_cast<std::size_t>(std::rand()) % candidates;
 }
 
 }  // namespace
@@ -98,9 +106,18 @@ void ArrivalList::RebuildCounts() {
 }
 
 void ReadyQueue::Push(Node& node) {
-    const std::int32_t depth = node.state_ == NodeState::kQueuedForward ? node.height() : node.level();
-    ListOf({node.order_key(), -depth}).Append(node);
-    ++size_;
+    const std::int32_t depth =
+        node.state_ == NodeState::kQueuedForward ? node.HeightLocked() : node.LevelLocked();
+    const Rank rank(node.order_key(), -depth);
+    if (size_++ == 0) {
+        lone_ = &node;
+        lone_rank_ = rank;
+        return;
+    }
+    if (lone_ != nullptr) {
+        ListOf(lone_rank_).Append(*std::exchange(lone_, nullptr));
+    }
+    ListOf(rank).Append(node);
 }
 
 ArrivalList& ReadyQueue::ListOf(const Rank& rank) {
@@ -121,13 +138,16 @@ Node* ReadyQueue::Pop(bool randomize) {
     if (size_ == 0) {
         return nullptr;
     }
+    --size_;
+    if (lone_ != nullptr) {
+        if (randomize) {
+            static_cast<void>(Choose(1));  // each choice costs one value, this one, too
+        }
+        return std::exchange(lone_, nullptr);
+    }
     const auto best = ranks_.begin();
     ArrivalList& candidates = best->second;
-    // rand, never seeded: two randomised runs of one graph choose alike. The graph lock is held.
-    // NOLINTNEXTLINE(concurrency-mt-unsafe,cert-msc50-cpp)
-    Node& node = randomize ? candidates.TakeAt(static_cast<std::size_t>(std::rand()) % candidates.size())
-                           : candidates.TakeFirst();
-    --size_;
+    Node& node = randomize ? candidates.TakeAt(Choose(candidates.size())) : candidates.TakeFirst();
     if (candidates.size() == 0) {
         candidates.Recycle();
         spare_.push_back(ranks_.extract(best));

@@ -60,6 +60,8 @@ class ReadyQueue {
 
     ArrivalList& ListOf(const Rank& rank);
 
+    Node* lone_ = nullptr;  // the only one there is: along a chain nothing is ever sorted
+    Rank lone_rank_;
     Ranks ranks_;
     /// Empty lists to be used again: along a chain each node has a rank of its own.
     std::vector<Ranks::node_type> spare_;

@@ -11,64 +11,45 @@
 namespace bootweave {
 namespace {
 
-struct Counts {
-    std::size_t waiting = 0;
-    std::size_t active = 0;  // queued or running
-    bool reported = false;
+struct Reports {
+    bool made = false;
     std::vector<Node*> awaited;
-
-    [[nodiscard]] bool stalled() const { return waiting > 0 && active == 0 && !reported; }
 };
 
-Counts& CountsLocked() REQUIRES(g_process_lock) {
-    static constinit Counts counts;
-    return counts;
+Reports& ReportsLocked() REQUIRES(g_process_lock) {
+    static constinit Reports reports;
+    return reports;
 }
 
 }  // namespace
 
-void StallWatch::NoteWaitingLocked() {
-    ++CountsLocked().waiting;
-}
-
-void StallWatch::NoteQueuedLocked(bool was_waiting) {
-    Counts& counts = CountsLocked();
-    counts.waiting -= was_waiting ? 1 : 0;
-    ++counts.active;
-}
-
-void StallWatch::NoteDroppedLocked(std::size_t count) {
-    CountsLocked().active -= count;
-}
-
-void StallWatch::NoteFinishedLocked() {
-    Counts& counts = CountsLocked();
-    --counts.active;
-    if (counts.stalled()) {
-        for (Node* node : counts.awaited) {
-            node->finished_.Broadcast();
-        }
+void StallWatch::WakeWhenStalledLocked() {
+    if (waiting_ == 0 || ReportsLocked().made) {
+        return;
+    }
+    for (Node* node : ReportsLocked().awaited) {
+        node->finished_.Broadcast();
     }
 }
 
 StallWatch::Sleeper::Sleeper(Node& node, const Direction& direction) : node_(node), direction_(direction) {
-    CountsLocked().awaited.push_back(&node);
+    ReportsLocked().awaited.push_back(&node);
 }
 
 StallWatch::Sleeper::~Sleeper() {
-    std::vector<Node*>& awaited = CountsLocked().awaited;
+    std::vector<Node*>& awaited = ReportsLocked().awaited;
     awaited.erase(std::find(awaited.begin(), awaited.end(), &node_));
 }
 
 void StallWatch::Sleeper::ReportStallLocked() const {
-    if (!CountsLocked().stalled()) {
+    if (waiting_ == 0 || active_ > 0 || ReportsLocked().made) {
         return;
     }
     const std::string circle = DescribeCircleLocked(node_, direction_);
     if (circle.empty()) {
         return;
     }
-    CountsLocked().reported = true;
+    ReportsLocked().made = true;
     g_process_lock.Unlock();
     Log_Level(2, "Bootweave is stalled: plugins wait for each other: %s\n", circle.c_str());
     g_process_lock.Lock();
@@ -97,7 +78,7 @@ std::vector<Node*> StallWatch::FindCircleLocked(Node& node, const Direction& dir
     while (current != nullptr && current->walk_ != walk) {
         current->walk_ = walk;
         path.push_back(current);
-        const std::vector<Node*>& before = current->*direction.before;
+        const Edges& before = current->*direction.before;
         const auto next = std::find_if(before.begin(), before.end(),
                                        [&](Node* provider) { return provider->state_ == direction.waiting; });
         current = next == before.end() ? nullptr : *next;
@@ -111,7 +92,9 @@ std::vector<Node*> StallWatch::FindCircleLocked(Node& node, const Direction& dir
 
 void StallWatch::Reset() {
     const ProcessLockGuard lock;
-    CountsLocked() = Counts();
+    ReportsLocked() = Reports();
+    waiting_ = 0;
+    active_ = 0;
 }
 
 }  // namespace bootweave

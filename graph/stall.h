@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <string>
+#include <vector>
 
 #include "graph/node.h"
 
@@ -15,12 +17,19 @@ namespace bootweave {
 /// The process-wide count of nodes that wait and of nodes that are queued or running.
 class StallWatch {
   public:
-    static void NoteWaitingLocked() REQUIRES(g_process_lock);
-    static void NoteQueuedLocked(bool was_waiting) REQUIRES(g_process_lock);
+    static void NoteWaitingLocked() REQUIRES(g_process_lock) { ++waiting_; }
+    static void NoteQueuedLocked(bool was_waiting) REQUIRES(g_process_lock) {
+        waiting_ -= was_waiting ? 1 : 0;
+        ++active_;
+    }
     /// Wakes the threads that wait when it was the last node that could run.
-    static void NoteFinishedLocked() REQUIRES(g_process_lock);
+    static void NoteFinishedLocked() REQUIRES(g_process_lock) {
+        if (--active_ == 0) {
+            WakeWhenStalledLocked();
+        }
+    }
     /// `count` nodes left a queue without having run.
-    static void NoteDroppedLocked(std::size_t count) REQUIRES(g_process_lock);
+    static void NoteDroppedLocked(std::size_t count) REQUIRES(g_process_lock) { active_ -= count; }
 
     /// A thread that waits for a node; lives while it does.
     class Sleeper {
@@ -47,8 +56,12 @@ class StallWatch {
     static void Reset();
 
   private:
+    static void WakeWhenStalledLocked() REQUIRES(g_process_lock);
     static std::vector<Node*> FindCircleLocked(Node& node, const Direction& direction)
         REQUIRES(g_process_lock);
+
+    static constinit inline std::size_t waiting_ = 0;
+    static constinit inline std::size_t active_ = 0;  // queued or running
 };
 
 }  // namespace bootweave

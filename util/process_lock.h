@@ -49,7 +49,8 @@ class CAPABILITY("mutex") ProcessLock {
   private:
     friend class ConditionVariable;
 
-    pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
+    // Adaptive: it is held for less time than it takes to put a thread to sleep.
+    pthread_mutex_t mutex_ = PTHREAD_ADAPTIVE_MUTEX_INITIALIZER_NP;
     std::atomic<pthread_t> owner_{};
     unsigned depth_ = 0;
 };

@@ -13,6 +13,10 @@
 namespace bootweave {
 namespace {
 
+void LogNotStarted(const std::string& path) {
+    Log_Level(2, "execve(%s) failure: %s\n", path.c_str(), LastErrorText().c_str());
+}
+
 /// In the child. Returns the child's exit status when the program cannot be executed.
 int BecomeService(const std::string& path, const std::vector<std::string>& arguments) {
     CloseDescriptorsFrom(STDERR_FILENO + 1);
@@ -24,7 +28,7 @@ int BecomeService(const std::string& path, const std::vector<std::string>& argum
     argv.push_back(nullptr);
     ResetSignals();
     ::execve(path.c_str(), argv.data(), environ);
-    Log_Level(2, "execve(%s) failure: %s\n", path.c_str(), LastErrorText().c_str());
+    LogNotStarted(path);
     return 1;
 }
 
@@ -33,6 +37,7 @@ int BecomeService(const std::string& path, const std::vector<std::string>& argum
 bool RunService(const std::string& path, const std::vector<std::string>& arguments) {
     std::optional<ChildProcess> child = ChildProcess::Fork([&] { return BecomeService(path, arguments); });
     if (!child.has_value()) {
+        LogNotStarted(path);
         return false;
     }
     const std::optional<int> raw = child->Wait();

@@ -228,11 +228,12 @@ TEST_F(ServiceLauncherTest, AProgramThatCannotBeExecutedIsLoggedInTheChild) {
     EXPECT_EQ("2 execve(" + script + ") failure: Exec format error\n", LogOfFailedStart(script));
 }
 
-TEST_F(ServiceLauncherTest, WithoutAProcessTheServiceDoesNotRun) {
+TEST_F(ServiceLauncherTest, WithoutAProcessTheServiceDoesNotRunAndTheReasonIsSaid) {
     SystemCalls::Fail(SystemCall::kFork, {.error = EAGAIN});
     EXPECT_FALSE(RunService(kSelf, {"--role=report", dir_.path()}));
     EXPECT_THAT(dir_.Names(), IsEmpty());
-    EXPECT_THAT(FakePlatform::log(), IsEmpty());
+    const LogMessage reason{2, "execve(/proc/self/exe) failure: Resource temporarily unavailable\n"};
+    EXPECT_THAT(FakePlatform::log(), ElementsAre(reason));
 }
 
 }  // namespace

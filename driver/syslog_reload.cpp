@@ -16,11 +16,15 @@
 namespace bootweave {
 namespace {
 
-/// The script says itself what is wrong with the file; its exit status is not ours.
-void UpgradeLegacyConfiguration(const SyslogPaths& paths) {
+bool IsMissing(const std::string& path) {
     struct stat status {};
-    if (::stat(paths.legacy_configuration.c_str(), &status) == 0 &&
-        RunShellCommand(paths.upgrade_script) == -1) {
+    return ::stat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
+}
+
+/// The script says itself what is wrong with the file, also when it cannot be looked at; its exit status is
+/// not ours.
+void UpgradeLegacyConfiguration(const SyslogPaths& paths) {
+    if (!IsMissing(paths.legacy_configuration) && RunShellCommand(paths.upgrade_script) == -1) {
         Log_Level(2, "failed to call %s\n", paths.upgrade_script.c_str());
     }
 }

@@ -77,6 +77,21 @@ TEST_F(SyslogReloadTest, ALegacyLinkThatLeadsNowhereIsNoLegacyFile) {
     EXPECT_THAT(dir_.Names(), ElementsAre("pid", "syslog.conf", "upgrade.sh"));
 }
 
+// No stat can tell what is behind a circle of links, any more than on a broken disk.
+TEST_F(SyslogReloadTest, ALegacyFileThatCannotBeLookedAtIsLeftToTheScript) {
+    ASSERT_EQ(0, ::symlink("syslog.conf", paths_.legacy_configuration.c_str()));
+    dir_.WriteProgram("upgrade.sh", "#!/bin/sh\ntouch " + dir_.File("ran") + "\n");
+    ReloadSystemLog(paths_);
+    EXPECT_THAT(dir_.Names(), ElementsAre("pid", "ran", "syslog.conf", "upgrade.sh"));
+}
+
+TEST_F(SyslogReloadTest, ALegacyFileBelowAFileIsNone) {
+    paths_.legacy_configuration = dir_.WriteFile("file", "") + "/syslog.conf";
+    dir_.WriteProgram("upgrade.sh", "#!/bin/sh\ntouch " + dir_.File("ran") + "\n");
+    ReloadSystemLog(paths_);
+    EXPECT_THAT(dir_.Names(), ElementsAre("file", "pid", "upgrade.sh"));
+}
+
 TEST_F(SyslogReloadTest, AMissingPidFileIsALine) {
     paths_.pid_file = dir_.File("missing");
     ReloadSystemLog(paths_);

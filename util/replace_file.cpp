@@ -57,19 +57,23 @@ bool WriteAll(const UniqueFd& file, std::string_view content) {
     return true;
 }
 
-mode_t ModeFor(const std::string& path) {
+/// \return nothing, with errno set, when the file that is there does not tell
+std::optional<mode_t> ModeFor(const std::string& path) {
     constexpr mode_t kPermissionBits = 07777;
     struct stat old {};
     if (::stat(path.c_str(), &old) == 0) {
         return old.st_mode & kPermissionBits;
+    }
+    if (errno != ENOENT) {
+        return std::nullopt;
     }
     const mode_t mask = ::umask(0);  // the one way to ask for it
     ::umask(mask);
     return 0644 & ~mask;
 }
 
-bool Fill(const UniqueFd& file, std::string_view content, mode_t mode) {
-    return WriteAll(file, content) && ::fchmod(file.get(), mode) == 0 &&
+bool Fill(const UniqueFd& file, std::string_view content, std::optional<mode_t> mode) {
+    return mode.has_value() && WriteAll(file, content) && ::fchmod(file.get(), *mode) == 0 &&
            RetryOnEintr([&] { return ::fsync(file.get()); }) == 0;
 }
 

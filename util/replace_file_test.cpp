@@ -21,6 +21,16 @@ int __wrap_fsync(int fd) {
     }
     return __real_fsync(fd);
 }
+
+static bool g_fail_stat = false;
+int __real_stat64(const char* path, struct stat64* status);
+int __wrap_stat64(const char* path, struct stat64* status) {
+    if (g_fail_stat) {
+        errno = EIO;
+        return -1;
+    }
+    return __real_stat64(path, status);
+}
 }
 
 namespace bootweave {
@@ -30,7 +40,7 @@ using testing::ElementsAre;
 
 class ReplaceFileTest : public testing::Test {
   protected:
-    void TearDown() override { g_fail_fsync = false; }
+    void TearDown() override { g_fail_fsync = g_fail_stat = false; }
     static unsigned ModeOf(const std::string& path) {
         return static_cast<unsigned>(std::filesystem::status(path).permissions());
     }
@@ -75,6 +85,16 @@ TEST_F(ReplaceFileTest, AFailureLeavesTheOldFileAndNoOther) {
     const std::string path = dir_.WriteFile("a", "old");
     g_fail_fsync = true;
     EXPECT_FALSE(ReplaceFile(path, "new"));
+    EXPECT_EQ(EIO, errno);
+    EXPECT_EQ("old", ReadFile(path));
+    EXPECT_THAT(dir_.Names(), ElementsAre("a"));
+}
+
+TEST_F(ReplaceFileTest, AFileWhoseModeCannotBeReadStaysAsItIs) {
+    const std::string path = dir_.WriteFile("a", "old");
+    g_fail_stat = true;
+    EXPECT_FALSE(ReplaceFile(path, "new"));
+    g_fail_stat = false;
     EXPECT_EQ(EIO, errno);
     EXPECT_EQ("old", ReadFile(path));
     EXPECT_THAT(dir_.Names(), ElementsAre("a"));

@@ -28,6 +28,8 @@ import verdicts         # noqa: E402
 # How often each is chosen. Runs of init scripts take long, as some of the scripts do.
 _KINDS = {"serial boot": 4, "parallel boot": 4, "invoke": 5, "daemon start": 1, "daemon stop": 3}
 _VICTIMS = {"driver": 4, "executor": 3, "native executor": 2, "init script": 4}
+# About as many stops at system calls are between a run's first work on its records and the program's end.
+_STOPS, _STOPS_OF_DAEMON_RUN = 130, 45
 _FIND = {"executor": processes.executor_of, "native executor": processes.native_executor_of,
          "init script": processes.script_of}
 
@@ -40,13 +42,8 @@ class TooLate(Exception):
     """The run, or what was to be killed, had ended by itself."""
 
 
-def _now():
-    """Milliseconds of the day, as the log has them."""
-    return int(time.time() * 1000) % (24 * 60 * 60 * 1000)
-
-
 def _stop(number):
-    """Suspends a process that is no child of this one, so that it is known to be alive when it is killed."""
+    """Suspends a child of the run, so that it is known not to have ended by itself when it is killed."""
     with contextlib.suppress(ProcessLookupError):
         os.kill(number, signal.SIGSTOP)
         while (process := processes.look_at(number)) is not None and not process.has_ended:
@@ -65,10 +62,12 @@ class Death:
         self._usual = usual[self.kind.name]
         self.victim = _choose({name: _VICTIMS[name] for name in self.kind.victims}, chance)
         if self.victim == "driver" and chance.random() < 0.4:
-            self._moment = moments.FileMoment(chance.randint(1, 8), chance.uniform(0, 300e-6))
+            most = _STOPS_OF_DAEMON_RUN if self.kind.is_daemon else _STOPS
+            self._moment = moments.SystemCallMoment(int(chance.triangular(0, most, 0)))
         else:
             self._moment = moments.ShareMoment(chance.uniform(0, 1), self._usual.length)
         # A native executor and a script live but for a part of the run.
+        self._killed = None
         self._delay = chance.choice((0, chance.uniform(0, 0.05)))
         self.text = f"{self.kind.name}, {self.victim} {self._moment.text}"
 
@@ -87,10 +86,9 @@ class Death:
         except TooLate:
             verdicts.check_next_run(self.kind, self._after(run), self._usual)
             raise
-        killed_at = _now()
         run.finish()
         processes.wait_for_rest_of(run.driver, victim.session if victim else run.driver)
-        outcome = self._judge(run, victim, killed_at)
+        outcome = self._judge(run, victim)
         verdicts.check_next_run(self.kind, self._tag + 2, self._usual)
         return outcome
 
@@ -124,16 +122,19 @@ class Death:
             time.sleep(0.0005)
         if self.victim != "executor":
             time.sleep(self._delay)
+        if victim.parent == run.driver:
             _stop(victim.number)
+        before = time.time()        # in between, this process may have to wait for a processor
         with contextlib.suppress(ProcessLookupError):
             os.kill(victim.number, signal.SIGKILL)
+        self._killed = before, time.time()
         return victim
 
-    def _judge(self, run, victim, killed_at):
+    def _judge(self, run, victim):
         if self.victim == "driver":
             return verdicts.check_driver(run, self._usual)
         if self.victim == "executor":
-            return verdicts.check_executor(run, self._usual, killed_at)
+            return verdicts.check_executor(run, self._usual, *self._killed)
         if self.victim == "native executor":
             return verdicts.check_native(run, self._usual, victim.words[2])
         return verdicts.check_script(run, self._usual, victim.words[1])

@@ -2,6 +2,7 @@
 """Kinds of runs of the sample host, and one run of the program with what it says."""
 
 import dataclasses
+import datetime
 import os
 import re
 import subprocess
@@ -10,7 +11,7 @@ import time
 import processes
 import records
 
-_LOG_LINE = re.compile(r"\d{4}-\d\d-\d\dT(\d\d):(\d\d):(\d\d)\.(\d{3})Z bootweave\[\d+\]: (.*)")
+_LOG_LINE = re.compile(r"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z) bootweave\[\d+\]: (.*)")
 _KERNEL_LOG = "/dev/kmsg"       # a plain file on a throw-away host
 _OUTPUT = "/run/deaths-output"
 _INVOKED = ("host-key", "filesystem-images", "hardware-inventory", "burn-in", "kernel-limits", "time-sync",
@@ -87,6 +88,10 @@ class Run:
             return self._process.wait(seconds)
         except subprocess.TimeoutExpired:
             raise TimeoutError(f"the run has not ended within {seconds} s") from None
+
+    def ended_with(self, status):
+        """Is told the wait status of a run whose end somebody else has waited for."""
+        self._process.returncode = os.waitstatus_to_exitcode(status)
 
     def has_ended(self):
         return self._process.poll() is not None
@@ -170,7 +175,6 @@ def _kernel_lines(pattern, text):
 
 
 def _log_lines(text):
-    """(milliseconds of the day, message) of each line of a log in a text."""
+    """(seconds since the epoch, message) of each line of a log in a text."""
     found = (_LOG_LINE.fullmatch(line) for line in text.splitlines())
-    return [(((int(line[1]) * 60 + int(line[2])) * 60 + int(line[3])) * 1000 + int(line[4]), line[5])
-            for line in found if line]
+    return [(datetime.datetime.fromisoformat(line[1]).timestamp(), line[2]) for line in found if line]

@@ -30,6 +30,7 @@ _RESETS_PER_COMMAND = 10
 _COMMAND_FAILED = "Method invocation failed: {}->start() failed: error while executing the cli"
 _EXECUTOR_TROUBLE = {_LOST, *_NOT_SENT, _NO_EXECUTOR, _REFUSED, _RESET, _RESET_FAILED, _GONE, _STOPPED}
 _KILLED = "exited with signal: 9"
+_TICK = 0.001       # of the log's clock
 
 
 class Usual:
@@ -79,8 +80,8 @@ def check_driver(run, usual):
     return f"record {record}, profile {profile}{', a temporary file' if left else ''}"
 
 
-def check_executor(run, usual, killed_at):
-    """Of a run whose executor was killed, at this millisecond of the day."""
+def check_executor(run, usual, before, after):
+    """Of a run whose executor was killed between these times, in seconds since the epoch."""
     if run.messages[-1] == _NOT_STARTED:
         expect((run.status, run.begun, run.new) == (1, [], run.old), "a run without executor has gone on")
         return "it was starting"
@@ -96,7 +97,7 @@ def check_executor(run, usual, killed_at):
            f"{unheard} commands had no executor, with {count(_REFUSED)} attempts and "
            f"{count(_RESET_FAILED)} resets")
     expect(count(_RESET) == 1 + _RESETS_PER_COMMAND * unheard, f"{count(_RESET)} resets were asked for")
-    failed = _failed_without_executor(run, usual, killed_at)
+    failed = _failed_without_executor(run, usual, before, after)
     expect(not failed or lost + unheard > 0, f"{failed} failed without a word about the executor")
     _check_messages(run, usual, _EXECUTOR_TROUBLE, map(_COMMAND_FAILED.format, failed),
                     run.messages[-1:] if run.status else ())
@@ -104,20 +105,20 @@ def check_executor(run, usual, killed_at):
     return f"{lost} commands lost, {unheard} without executor"
 
 
-def _failed_without_executor(run, usual, killed_at):
+def _failed_without_executor(run, usual, before, after):
     """The plugins that failed for want of an executor: all with commands that began later."""
     began = {}
     for moment, message in run.lines:
         if found := re.fullmatch(r"executing start plugin: (.*)", message):
             began[found[1]] = moment
     for name in usual.commanding & set(began):
-        expect(began[name] <= killed_at + 1 or name in run.failed,
-               f"{name} began {began[name] - killed_at} ms after the executor's death and did not fail")
+        expect(began[name] <= after + _TICK or name in run.failed,
+               f"{name} began {began[name] - after:.3f} s after the executor's death and did not fail")
     new = {name for name in run.failed if name not in usual.failed}
     expect(new <= usual.commanding, f"{new} have failed, and not all of them by a command")
     for name in new:
         _check_kernel_reason(run, name, f"{name}->start() failed: error while executing the cli")
-    ended = [name for name in run.begun if began[name] < killed_at - 1 and name in new]
+    ended = [name for name in run.begun if began[name] < before - _TICK and name in new]
     # At most one of each worker was under way.
     workers = 1 if not run.kind.parallel else 2 * os.cpu_count()
     expect(len(ended) <= workers, f"{ended} began before the executor's death and failed")

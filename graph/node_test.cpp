@@ -240,14 +240,5 @@ TEST_F(NodeTest, ABarrierWith100000ProvidersAndRequirersRunsInTimeForABoot) {
     }
 }
 
-TEST_F(NodeTest, ARandomisedChoiceAmong300000NodesIsMadeInTimeForABoot) {
-    constexpr std::size_t kWidth = 300'000;
-    for (std::size_t i = 0; i < kWidth; ++i) {
-        Make("node");
-    }
-    RunAll(2, true);
-    EXPECT_EQ(kWidth, record_.names().size());
-}
-
 }  // namespace
 }  // namespace bootweave

@@ -110,6 +110,16 @@ TEST_F(RunAllTest, NodesThatBecomeReadyTogetherRunAtTheSameTime) {
     }
 }
 
+TEST_F(RunAllTest, ARandomisedChoiceAmong300000NodesIsMadeInTimeForABoot) {
+    constexpr std::size_t kWidth = 300'000;
+    for (std::size_t i = 0; i < kWidth; ++i) {
+        Make("node");
+    }
+    Executor executor(2, true);
+    RunAllForward(all_, executor);
+    EXPECT_EQ(kWidth, record_.names().size());
+}
+
 TEST_F(RunAllTest, TheCallerSleepsOnceForAWholeRun) {
     constexpr int kNodes = 1000;
     for (int i = 0; i < kNodes; ++i) {

@@ -51,7 +51,7 @@ need_packages() {
     fi
     printf 'Installing %s\n' "${missing[*]}" >&2
     local install=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive
-        apt-get install --yes --quiet=2 --no-install-recommends "${missing[@]}")
+        apt-get install --yes --quiet=2 --no-install-recommends -o DPkg::Lock::Timeout=300 "${missing[@]}")
     # A fresh machine may have no package lists yet, or old ones.
     if ! "${install[@]}" >/dev/null 2>&1; then
         "${as_root[@]}" apt-get update --quiet=2

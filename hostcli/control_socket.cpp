@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include <poll.h>
 #include <strings.h>
 
 #include "util/retry.h"
@@ -36,6 +37,17 @@ bool SendAll(const UniqueFd& socket, const void* data, std::size_t size) {
 
 ssize_t ReceiveOnce(const UniqueFd& socket, void* data, std::size_t size) {
     return RetryOnEintr([&] { return ::recv(socket.get(), data, size, 0); });
+}
+
+bool PauseWhenExhausted(int error) {
+    constexpr int kPause = 100;  // milliseconds
+    if (error != EMFILE && error != ENFILE && error != ENOBUFS && error != ENOMEM) {
+        return false;
+    }
+    const int saved = errno;
+    ::poll(nullptr, 0, kPause);
+    errno = saved;
+    return true;
 }
 
 bool IsStopRequest(const std::string& request) {

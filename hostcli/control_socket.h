@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -44,6 +45,25 @@ inline constexpr CommandStatus kCommandFailed = 1;
 
 /// Receives once. \return the number of bytes, 0 at the end of the stream, -1 with errno set on failure
 [[nodiscard]] ssize_t ReceiveOnce(const UniqueFd& socket, void* data, std::size_t size);
+
+/// Sleeps for a moment after a call that failed with `error`, when that is a want of descriptors or memory:
+/// somebody may give some back.
+///
+/// \return whether it slept; keeps errno
+bool PauseWhenExhausted(int error);
+
+/// Makes a call until it does not fail, which is to return a negative number, for want of descriptors or
+/// memory; up to ten times more, a tenth of a second apart.
+///
+/// \return what the call returned, errno as it left it
+template <typename Call>
+auto RepeatWhenExhausted(Call call) {
+    auto result = call();
+    for (int left = 10; result < 0 && left > 0 && PauseWhenExhausted(errno); --left) {
+        result = call();
+    }
+    return result;
+}
 
 /// Whether a request asks the executor to stop.
 [[nodiscard]] bool IsStopRequest(const std::string& request);

@@ -144,8 +144,18 @@ void HostcliExecutor::RunCommand(const std::string& command) {
     }
 }
 
+/// An executor that is not told to stop for a moment's want of a descriptor would be left behind.
+UniqueFd HostcliExecutor::ConnectToStop() {
+    UniqueFd connection;
+    RepeatWhenExhausted([&] {
+        connection = Connect(false);
+        return connection.get();
+    });
+    return connection;
+}
+
 void HostcliExecutor::Stop() {
-    const UniqueFd connection = Connect(false);
+    const UniqueFd connection = ConnectToStop();
     if (!IsConnection(connection)) {
         Log_Level(5, "Executor already gone.\n");
         return;

@@ -36,7 +36,8 @@ class HostcliExecutor {
     /// \throws Exception  when the command failed or its outcome could not be learned
     void RunCommand(const std::string& command);
 
-    /// Asks the executor to stop and waits until it does. An executor that is gone is fine.
+    /// Asks the executor to stop and waits until it does. An executor that is gone is fine. For want of
+    /// descriptors or memory it tries again, for about a second.
     /// \throws Exception  "Failed sending STOP to executor" and the system's error text
     void Stop();
 
@@ -48,6 +49,7 @@ class HostcliExecutor {
 
   private:
     [[nodiscard]] UniqueFd ConnectOrReset();
+    [[nodiscard]] UniqueFd ConnectToStop();
 };
 
 }  // namespace bootweave

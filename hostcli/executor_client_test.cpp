@@ -339,6 +339,28 @@ TEST_F(ExecutorClientTest, StoppingNoExecutorIsFine) {
     EXPECT_THAT(FakePlatform::log(), ElementsAre(LogMessage{5, "Executor already gone.\n"}));
 }
 
+TEST_F(ExecutorClientTest, AStopThatLacksADescriptorOrMemoryIsTriedAgain) {
+    const LogMessage no_socket{2, "Failed creating bootweave client socket Too many open files\n"};
+    const LogMessage stopped{5, "Executor has been Successfully Stopped\n"};
+    FakeExecutor& executor = Answer([](const std::string&) { return ""; });
+    SystemCalls::Fail(SystemCall::kSocket, {.error = EMFILE, .times = 2});
+    client_.Stop();
+    EXPECT_THAT(FakePlatform::log(), ElementsAre(no_socket, no_socket, stopped));
+
+    FakePlatform::Reset();
+    SystemCalls::Fail(SystemCall::kConnect, {.error = ENOMEM, .times = 2});
+    client_.Stop();
+    EXPECT_THAT(FakePlatform::log(), ElementsAre(stopped));
+    EXPECT_THAT(executor.Requests(), ElementsAre("stop", "stop"));
+}
+
+TEST_F(ExecutorClientTest, AStopThatNeverGetsADescriptorComesToAnEnd) {
+    Answer();
+    SystemCalls::Fail(SystemCall::kSocket, {.error = EMFILE, .times = SystemFault::kAlways});
+    client_.Stop();
+    EXPECT_EQ(FakePlatform::log().back(), (LogMessage{5, "Executor already gone.\n"}));
+}
+
 TEST_F(ExecutorClientTest, StopSendsFourLettersAndWaitsForTheEnd) {
     FakeExecutor& executor = Answer([](const std::string&) { return ""; });
     client_.Stop();

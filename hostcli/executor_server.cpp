@@ -8,7 +8,6 @@
 #include <string>
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -70,7 +69,9 @@ UniqueFd OpenControlSocket() {
 bool IsTrusted(const UniqueFd& connection) {
     ucred peer{};
     socklen_t size = sizeof peer;
-    if (::getsockopt(connection.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) {
+    const int told = RepeatWhenExhausted(
+        [&] { return ::getsockopt(connection.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size); });
+    if (told != 0) {
         Log_Level(3, "refusing a connection on the control socket: %s\n", LastErrorText().c_str());
         return false;
     }
@@ -116,27 +117,19 @@ UniqueFd Accept(const Service& service) {
 }
 
 /// What a trusted peer asks for, up to the first NUL; nothing for another one, and for one that cannot be
-/// heard.
+/// heard. A stop that went unheard would leave this process behind: to its client, the end of the stream is
+/// success.
 std::optional<std::string> ReceiveRequest(const UniqueFd& connection) {
     if (!IsTrusted(connection)) {
         return std::nullopt;
     }
     ::setsockopt(connection.get(), SOL_SOCKET, SO_RCVTIMEO, &kRequestTimeout, sizeof kRequestTimeout);
     std::array<char, kLargestRequest + 1> buffer{};
-    if (ReceiveOnce(connection, buffer.data(), kLargestRequest) < 0) {
+    if (RepeatWhenExhausted([&] { return ReceiveOnce(connection, buffer.data(), kLargestRequest); }) < 0) {
         Log_Level(3, "Failed to read message from socket - %s\n\n", LastErrorText().c_str());
         return std::nullopt;
     }
     return std::string(buffer.data());
-}
-
-/// A connection that cannot be accepted for want of resources stays there, and the loop comes back at once:
-/// without a pause it would fill the log until somebody gives some back.
-void PauseWhenExhausted(int error) {
-    constexpr int kPause = 100;  // milliseconds
-    if (error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM) {
-        ::poll(nullptr, 0, kPause);
-    }
 }
 
 /// Closes a connection that there was no descriptor left for, so that its client fails instead of waiting for
@@ -145,7 +138,7 @@ void TurnAway(Service& service) {
     service.spare.Reset();
     const UniqueFd connection = Accept(service);
     if (!connection.valid()) {
-        PauseWhenExhausted(errno);
+        PauseWhenExhausted(errno);  // as below
         return;
     }
     const std::optional<std::string> request = ReceiveRequest(connection);
@@ -163,6 +156,7 @@ void ServeConnection(Service& service) {
         if (error == EMFILE || error == ENFILE) {
             TurnAway(service);
         } else {
+            // The connection stays there, and the loop comes back at once: it would fill the log meanwhile.
             PauseWhenExhausted(error);
         }
         return;

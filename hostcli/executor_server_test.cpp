@@ -609,6 +609,25 @@ TEST_F(ExecutorServerTest, AFailedReceiveIsALineAndClosesTheConnection) {
     EXPECT_EQ("3 Failed to read message from socket - Input/output error\n\n", Log());
 }
 
+// A stop that went unheard would leave the executor behind: its client takes the end of the stream for
+// success.
+TEST_F(ExecutorServerTest, ARequestThatThereIsNoMemoryForIsHeardLater) {
+    sandbox_.AddCommand("good", "exit 0");
+    for (const SystemCall call : {SystemCall::kGetSockOpt, SystemCall::kRecv}) {
+        SystemCalls::Fail(call, {.error = ENOMEM, .times = 2, .in_child = true});
+    }
+    Start();
+    EXPECT_EQ("none", FailureOfCommand("good"));
+    EXPECT_EQ("", Log());
+}
+
+TEST_F(ExecutorServerTest, ARequestThatThereIsNeverMemoryForIsALine) {
+    SystemCalls::Fail(SystemCall::kRecv, {.error = ENOBUFS, .times = SystemFault::kAlways, .in_child = true});
+    Start();
+    EXPECT_THAT(FailureOfCommand("good"), kClosedUnread);
+    EXPECT_EQ("3 Failed to read message from socket - No buffer space available\n\n", Log());
+}
+
 TEST_F(ExecutorServerTest, AStatusThatCannotBeSentIsALine) {
     sandbox_.AddCommand("good", "exit 0");
     SystemCalls::Fail(SystemCall::kSend, {.error = EPIPE, .in_child = true});

@@ -28,8 +28,6 @@ import verdicts         # noqa: E402
 # How often each is chosen. Runs of init scripts take long, as some of the scripts do.
 _KINDS = {"serial boot": 4, "parallel boot": 4, "invoke": 5, "daemon start": 1, "daemon stop": 3}
 _VICTIMS = {"driver": 4, "executor": 3, "native executor": 2, "init script": 4}
-# About as many stops at system calls are between a run's first work on its records and the program's end.
-_STOPS, _STOPS_OF_DAEMON_RUN = 130, 45
 _FIND = {"executor": processes.executor_of, "native executor": processes.native_executor_of,
          "init script": processes.script_of}
 
@@ -61,15 +59,20 @@ class Death:
         self.kind = runs.KINDS[_choose({name: _KINDS[name] for name in usual}, chance)]
         self._usual = usual[self.kind.name]
         self.victim = _choose({name: _VICTIMS[name] for name in self.kind.victims}, chance)
-        if self.victim == "driver" and chance.random() < 0.4:
-            most = _STOPS_OF_DAEMON_RUN if self.kind.is_daemon else _STOPS
-            self._moment = moments.SystemCallMoment(int(chance.triangular(0, most, 0)))
-        else:
-            self._moment = moments.ShareMoment(chance.uniform(0, 1), self._usual.length)
+        self._moment = self._choose_moment()
         # A native executor and a script live but for a part of the run.
         self._killed = None
         self._delay = chance.choice((0, chance.uniform(0, 0.05)))
         self.text = f"{self.kind.name}, {self.victim} {self._moment.text}"
+
+    def _choose_moment(self):
+        if self.victim != "driver" or self._chance.random() < 0.4:
+            return moments.ShareMoment(self._chance.uniform(0, 1), self._usual.length)
+        # Where the old file gives way to the new one, and all over the writing of both and to the run's end.
+        return self._chance.choice((
+            moments.SystemCallMoment(self._chance.randint(1, 4), self._chance.randint(0, 3), in_place=True),
+            moments.SystemCallMoment(self._chance.randint(1, 60), self._chance.randint(0, 3), in_place=False),
+            moments.SystemCallMoment(1, self._chance.randint(0, 200), in_place=False)))
 
     def happen(self):
         """Lets it happen; returns what came of it, in words.

@@ -33,43 +33,50 @@ class ShareMoment:
 
 
 class SystemCallMoment:
-    """Before or after a system call of the run's main thread, so many behind its first one on the records.
+    """Before or after a system call of the run's main thread, while it writes its records.
 
-    :param count: beginnings and ends of system calls, from when the record or the profile is touched
+    :param operation: behind which operation on the files, from 1 on
+    :param stops: at how many beginnings and ends of system calls behind that
+    :param in_place: whether only operations on the profile and the record themselves count, such as renames to
+        them, and not those on the files that become one
     """
 
-    def __init__(self, count):
-        self._count = count
+    def __init__(self, operation, stops, in_place):
+        self._operation = operation
+        self._stops = stops
+        self._in_place = in_place
         self._watch = None
-        self.text = f"{count} stops behind its first work on the records"
+        self.text = f"{stops} stops behind file operation {operation}{' in place' if in_place else ''}"
 
     def prepare(self):
-        self._watch = RecordWatch()
+        self._watch = RecordWatch(self._in_place)
 
     def wait(self, run):
-        left = self._count
+        left = self._stops
         with self._watch:
             stops = tracing.follow(run.driver)
             try:
-                while True:
+                while left >= 0:
                     next(stops)
                     # What the run has just done to a file has been noted before the run was stopped.
-                    if self._watch.has_begun():
-                        left -= 1
-                    if left < 0:
-                        return True
+                    left -= self._watch.count() >= self._operation
+                return True
             except StopIteration as end:
                 run.ended_with(end.value)
                 return False
 
 
 class RecordWatch:
-    """Notes what is done to the profile, the record, and the files that become one. A context manager."""
+    """Notes what is done to the profile, the record, and the files that become one. A context manager.
 
-    def __init__(self):
+    :param in_place: not to the latter
+    """
+
+    def __init__(self, in_place):
         library = ctypes.CDLL(None, use_errno=True)
         self._watch = library.inotify_init1(os.O_NONBLOCK | os.O_CLOEXEC)
-        self._begun = False
+        self._in_place = in_place
+        self._count = 0
         for directory in b"/var/log", b"/bootbank":
             if library.inotify_add_watch(self._watch, directory, _EVENTS) < 0:
                 raise OSError(ctypes.get_errno(), "inotify_add_watch")
@@ -80,11 +87,11 @@ class RecordWatch:
     def __exit__(self, *_):
         os.close(self._watch)
 
-    def has_begun(self):
-        """Whether anything has been done to them."""
-        if not self._begun:
-            self._begun = any(name.startswith(_NAMES) for name in self._names())
-        return self._begun
+    def count(self):
+        """How often something has been done to them."""
+        self._count += sum(name in _NAMES if self._in_place else name.startswith(_NAMES)
+                           for name in self._names())
+        return self._count
 
     def _names(self):
         try:

@@ -60,7 +60,6 @@ _EXEMPT = {
         "Failed collecting executor's exit status",
         "Poll loop failed: not initialised",
         "Poll loop: descriptor ... is not open, its callback is removed",
-        "VERIFY ...:...",
         "barrier '...' does not stand for a priority",
         "commit invoked on an unknown destination",
         "exited: <unknown failure>",

@@ -7,7 +7,7 @@ import sys
 
 _ROOT = os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", "..")
 _PAGE = os.path.join(_ROOT, "docs", "bootweave.8")
-_FEWEST_LETTERS = 8         # of a pattern: what is shorter is part of a message, or no message
+_FEWEST_LETTERS = 8         # of a pattern that is no title: what is shorter is part of a message
 
 
 def _words(arguments):
@@ -20,7 +20,7 @@ def _plain(text):
     return text.replace("\\-", "-").replace("\\(ga", "`").replace("\\e", "\\").replace("\\ ", " ")
 
 
-def _pattern(line):
+def _pattern(line, is_title):
     """The pattern of one line of the page; None when that is no message."""
     match = re.fullmatch(r"\.(B|BI|IB|BR|RB)\s+(.*)", line)
     if match is None:
@@ -32,7 +32,8 @@ def _pattern(line):
         # Italics stand for what differs. Bold and roman are the text itself.
         pieces = [("I" not in macro or macro[number % 2] == "B", word) for number, word in enumerate(words)]
     plain = [(literal, _plain(word)) for literal, word in pieces]
-    if len(re.findall(r"[A-Za-z]", "".join(word for literal, word in plain if literal))) < _FEWEST_LETTERS:
+    letters = re.findall(r"[A-Za-z]", "".join(word for literal, word in plain if literal))
+    if not is_title and len(letters) < _FEWEST_LETTERS:
         return None
     return "".join(re.escape(word) if literal else ".*" for literal, word in plain)
 
@@ -44,12 +45,11 @@ def message_patterns():
     section = page[page.index("\n.SH DIAGNOSTICS"):page.index("\n.SH EXAMPLES")].splitlines()
     patterns = []
     for before, line in zip(["", *section], section):
-        pattern = _pattern(line)
-        if pattern is None:
-            continue
-        # A paragraph's title is a whole message; what a paragraph names may be the beginning of one.
-        whole = before.startswith((".TP", ".TQ"))
-        patterns.append(re.compile(pattern if whole else pattern + ".*", re.DOTALL))
+        is_title = before.startswith((".TP", ".TQ"))
+        pattern = _pattern(line, is_title)
+        if pattern is not None:
+            # A paragraph's title is a whole message; what a paragraph names may be the beginning of one.
+            patterns.append(re.compile(pattern if is_title else pattern + ".*", re.DOTALL))
     if len(patterns) < 100:
         sys.exit(f"{_PAGE}: only {len(patterns)} messages found")
     return patterns

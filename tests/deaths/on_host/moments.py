@@ -37,8 +37,8 @@ class SystemCallMoment:
 
     :param operation: behind which operation on the files, from 1 on
     :param stops: at how many beginnings and ends of system calls behind that
-    :param in_place: whether only operations on the profile and the record themselves count, such as renames to
-        them, and not those on the files that become one
+    :param in_place: whether only operations on the profile and the record themselves count, such as renames
+        to them, and not those on the files that become one
     """
 
     def __init__(self, operation, stops, in_place):

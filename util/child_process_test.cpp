@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "util/child_process.h"
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
@@ -13,8 +16,12 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <poll.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -320,6 +327,63 @@ TEST(ChildProcessTest, AForkedBodyRunsNoExitHandlersAndNoDestructorsOfTheCaller)
     char text[64] = {};
     EXPECT_EQ(9, ::read(pipe.read_end.get(), text, sizeof text));  // this process's own
     EXPECT_STREQ("destroyed", text);
+}
+
+TEST(ChildProcessTest, AForkThatBecomesAProgramReturnsOnceItIsThatProgram) {
+    auto child = ChildProcess::ForkToExec([] {
+        ResetSignals();
+        ::execl("/bin/sh", "sh", "-c", "exit 7", nullptr);
+        return 1;
+    });
+    ASSERT_TRUE(child.has_value());
+    EXPECT_EQ(7 << 8, child->Wait());
+}
+
+TEST(ChildProcessTest, AForkThatBecomesNoProgramEndsWithItsStatus) {
+    auto child = ChildProcess::ForkToExec([] { return ::execl("/nowhere", "x", nullptr) == -1 ? 42 : 0; });
+    ASSERT_TRUE(child.has_value());
+    EXPECT_EQ(42 << 8, child->Wait());
+}
+
+TEST(ChildProcessTest, AForkThatBecomesAProgramRunsNoHandlerAndLeavesTheParentItsMask) {
+    static constexpr std::array kSignals{SIGHUP, SIGTERM, SIGCHLD, SIGUSR1, SIGALRM};
+    const auto blocked = [] {
+        sigset_t mask;
+        ::pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+        return static_cast<int>(std::count_if(kSignals.begin(), kSignals.end(),
+                                              [&](int signal) { return ::sigismember(&mask, signal) == 1; }));
+    };
+    auto child = ChildProcess::ForkToExec(blocked);
+    ASSERT_TRUE(child.has_value());
+    EXPECT_EQ(static_cast<int>(kSignals.size()) << 8, child->Wait());
+    EXPECT_EQ(0, blocked());
+}
+
+/// From now on this process cannot have a child; the call says EAGAIN.
+void ForbidChildren() {
+    sock_filter rules[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_clone, 2, 0),
+#ifdef SYS_vfork
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_vfork, 1, 0),
+#else
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_clone, 1, 0),
+#endif
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EAGAIN),
+    };
+    const sock_fprog program{.len = std::size(rules), .filter = rules};
+    ASSERT_EQ(0, ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0));
+    ASSERT_EQ(0, ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program));
+}
+
+TEST(ChildProcessTest, WithoutAProcessToBeHadNothingBecomesAProgram) {
+    auto forbidden = ChildProcess::Fork([] {
+        ForbidChildren();
+        const auto child = ChildProcess::ForkToExec([] { return 0; });
+        return !child.has_value() && errno == EAGAIN ? 0 : 1;
+    });
+    EXPECT_EQ(0, forbidden->Wait());
 }
 
 TEST(ChildProcessTest, WithoutAProcessToBeHadForkingFails) {

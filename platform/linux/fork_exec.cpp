@@ -105,7 +105,7 @@ pid_t Host_ForkExec(const char* path, char* const argv[], unsigned options,
     if (!plan.report.valid()) {
         return -1;
     }
-    std::optional<ChildProcess> child = ChildProcess::Fork([&plan] { return BecomeProgram(plan); });
+    std::optional<ChildProcess> child = ChildProcess::ForkToExec([&plan] { return BecomeProgram(plan); });
     if (!child.has_value()) {
         return -1;
     }

@@ -53,6 +53,10 @@ bool AwaitEnd(const UniqueFd& channel, const ChildProcess& child) {
 
 std::vector<pid_t> OwnChildren() {
     std::vector<pid_t> children;
+    siginfo_t ignored;
+    if (::waitid(P_ALL, 0, &ignored, WEXITED | WNOHANG | WNOWAIT) != 0) {
+        return children;  // no list to be read for the usual object, which leaves none
+    }
     std::ifstream list("/proc/thread-self/children");
     for (pid_t child = -1; list >> child;) {
         children.push_back(child);

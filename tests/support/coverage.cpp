@@ -16,6 +16,7 @@ void __gcov_reset();
 [[noreturn]] void __wrap__exit(int status);
 void __wrap__exit(int status) {
     __gcov_dump();
+    __gcov_reset();  // the memory may be the parent's, which still counts
     __real__exit(status);
 }
 

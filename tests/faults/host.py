@@ -120,10 +120,8 @@ class Host:
         :param number: of this one among the hosts that run at the same time; each gets a processor
         """
         processors = sorted(os.sched_getaffinity(0))
-        options = [option for name, value in os.environ.items() if name.endswith("SAN_OPTIONS")
-                   for option in ("--setenv", f"{name}={value}")]
         self._process = subprocess.Popen(
-            [_RUNNER, "--die-with-parent", "--install", tree.stage, "--tree", tree.path, *options, "--",
+            [_RUNNER, "--die-with-parent", "--install", tree.stage, "--tree", tree.path, "--",
              "/usr/lib/faults/on_host.py", str(processors[number % len(processors)])],
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
 

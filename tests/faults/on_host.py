@@ -171,9 +171,7 @@ def _inject(job):
     words += ["--", _PROGRAM, *job["arguments"]]
     with open(f"{_PLACE}/stdout", "wb") as stdout, open(f"{_PLACE}/stderr", "wb") as stderr:
         process = subprocess.Popen(words, stdin=subprocess.DEVNULL, stdout=stdout, stderr=stderr, cwd="/",
-                                   env={"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "LANG": "C.UTF-8",
-                                        **{name: value for name, value in os.environ.items()
-                                           if name.endswith("SAN_OPTIONS")}})
+                                   env={"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "LANG": "C.UTF-8"})
         ended = _await_end(process.pid)
         if not ended:
             process.kill()

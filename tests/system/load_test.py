@@ -15,7 +15,7 @@ _STAMP = r"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{6}"
 # Makes a graph of plugins on the host itself, so that its files need not travel there, and says what it is:
 # lines of name, required barriers and provided barriers. Not every barrier has somebody who provides it.
 _MAKE_PLUGINS = """
-import json, os, random, sys
+import json, random, shutil, sys
 count, injections, objects = map(int, sys.argv[1:4])
 chance = random.Random(sys.argv[4])
 graph, conf = open("/run/graph", "w"), open("/etc/corvane/bootweave/debug.conf", "w")
@@ -34,7 +34,7 @@ for number in range(count):
     elif number < injections + objects:
         # Three objects under many names.
         name, needed, given = "native%d" % number, ["before-natives"], ["behind-natives"]
-        os.link("/opt/native%d.so" % (number % 3), "/usr/libexec/bootweave/plugins/%s.so" % name)
+        shutil.copyfile("/opt/native%d.so" % (number % 3), "/usr/libexec/bootweave/plugins/%s.so" % name)
     else:
         name = "json%d" % number
         given += ["before-natives"] if number % 1000 == 1 else []

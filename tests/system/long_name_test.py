@@ -5,7 +5,7 @@ import gzip
 import os
 import re
 
-from harness import NOTICE, PLUGINS, SystemTest
+from harness import ALERT, NOTICE, PLUGINS, SystemTest, plugin
 from native_build import native
 
 _LENGTH = 4000
@@ -156,9 +156,32 @@ class LongNameTest(SystemTest):
                    b'" is not provided by any plugin but the following plugins require it: "c"')
         self.assertEqual([_shown(unknown)],
                          [message for message in self._messages(end) if b"error" in message])
-        self.assertEqual(1, end.read_bytes("kmsg").count(_kernel_record(1, unknown) + b"\n"))
+        self.assertEqual(1, end.read_bytes("kmsg").count(_kernel_record(ALERT, unknown) + b"\n"))
         self.assertEqual(1, end.read_bytes("/run/dot").count(
             b' [label="' + _in_label(barrier) + b'" shape=box];\n'))
+
+    def test_a_json_plugins_barriers_and_flags_of_4000_bytes_of_all_that_is_text(self):
+        characters = "".join(map(chr, range(1, 0x100))) + _WIDE.decode()
+        text = (characters * (_LENGTH // len(characters.encode()) + 1)).replace(",", "")
+        barrier = text.encode()[:_LENGTH].decode(errors="ignore")
+        missing = barrier + "-"
+        both = {"version": 3, "run_once": False, "plugin_version": ""}
+        host = self.host(plugin("a", requires=[barrier]), plugin("b", provides=[barrier]),
+                         plugin("c", requires=[missing]), plugin("d", required_flags=[barrier], **both),
+                         plugin("e", disabling_flags=[barrier], **both))
+        end = host.shell('bootweave "$0" >/run/out; rm /run/corvane/*.sock; '
+                         'bootweave --dump-dependency-tree=/run/dot "$0" >/run/out2',
+                         "--plugin-flags=" + barrier)
+        self.assertEqual(0, end.status)
+        self._check_ran(end, b"a", b"b", b"c", b"d")
+        self.assertLess(end.activated.index("b"), end.activated.index("a"))
+        unknown = (f'Bootweave dependency error: Initialization barrier "{missing}" is not provided by any '
+                   'plugin but the following plugins require it: "c"').encode()
+        disabled = b"ignoring plugin 'e', disabled due to boot flags: " + _shown(barrier.encode()) + b" ."
+        self.assertLessEqual({_shown(unknown), disabled}, set(self._messages(end)))
+        self.assertIn(_kernel_record(ALERT, unknown), end.read_bytes("kmsg").split(b"\n"))
+        self.assertEqual(1, end.read_bytes("/run/dot").count(
+            b' [label="' + _in_label(barrier.encode()) + b'" shape=box];\n'))
 
     def test_boot_flags_of_4000_bytes_of_every_value_but_the_comma(self):
         flag = _text(_LENGTH, _ANY, without=b",")

@@ -73,10 +73,10 @@ class ChildProcess {
     /// \return nothing, with errno set, when there is no process to be had
     [[nodiscard]] static std::optional<ChildProcess> Fork(const std::function<int()>& body);
 
-    /// Starts a child that is to become another program, without the cost of copying this one: it borrows this
-    /// process's memory while the calling thread sleeps, until it has called exec or ended. `body` makes calls
-    /// of the system only: no allocation, no lock, no exception. It runs with all signals blocked, and ends
-    /// that by ResetSignals().
+    /// Starts a child that is to become another program, without the cost of copying this one: it borrows
+    /// this process's memory while the calling thread sleeps, until it has called exec or ended. `body` makes
+    /// calls of the system only: no allocation, no lock, no exception. It runs with all signals blocked, and
+    /// ends that by ResetSignals().
     ///
     /// \return nothing, with errno set, when there is no process to be had
     [[nodiscard]] static std::optional<ChildProcess> ForkToExec(const std::function<int()>& body);

@@ -90,8 +90,8 @@ void Discovery::Discover(const std::string& file_name) {
         return;
     }
     const PluginFileName name = SplitPluginFileName(file_name);
-    const std::vector<DebugInjection> injections =
-        injections_.Load();  // each time: a boot may still edit the file
+    // Each time: a boot may still edit the file.
+    const std::vector<DebugInjection>& injections = injections_.Load();
     if (name.extension == "debug") {
         for (const DebugInjection& injection : injections) {
             if (injection.name == name.base) {

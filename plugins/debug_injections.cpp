@@ -44,9 +44,10 @@ std::vector<std::string> SplitList(const std::string& field) {
 const std::vector<DebugInjection>& DebugInjections::Load() {
     struct stat now {};
     if (::stat(path_.c_str(), &now) != 0) {
-        now = {};
-    }
-    if (now.st_ino == 0 || !IsSameFile(now, parsed_)) {
+        parsed_ = {};
+        injections_.clear();
+        malformed_.clear();
+    } else if (!IsSameFile(now, parsed_)) {
         parsed_ = {};  // a parse that breaks off is made again
         Parse();
         parsed_ = now;

@@ -37,8 +37,7 @@ class DebugInjections {
     /// Loads the file; each malformed line is a level 5 line, each time.
     ///
     /// \return the injections in the order of the file, none for a file that is missing or cannot be read;
-    /// they stay
-    ///         as they are until the next call
+    ///         they stay as they are until the next call
     const std::vector<DebugInjection>& Load();
 
   private:

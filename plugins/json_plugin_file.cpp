@@ -50,8 +50,11 @@ class Reader {
         options.allow_comments = true;
         options.allow_trailing_commas = true;
         json::error_code error;
-        json::value root = json::parse(*text, error, {}, options);
-        return error ? json::value() : root;
+        json::value root = json::parse(*text, error, &memory_, options);
+        if (error) {
+            return nullptr;
+        }
+        return root;
     }
 
     [[nodiscard]] const json::object& Object(const json::object& parent, std::string_view key,
@@ -139,6 +142,7 @@ class Reader {
     }
 
     const std::string& path_;
+    mutable json::monotonic_resource memory_;  // of all values, freed at once with the reader
 };
 
 }  // namespace

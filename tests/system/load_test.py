@@ -19,15 +19,15 @@ import json, random, shutil, sys
 count, injections, objects = map(int, sys.argv[1:4])
 chance = random.Random(sys.argv[4])
 graph, conf = open("/run/graph", "w"), open("/etc/corvane/bootweave/debug.conf", "w")
-LEVELS = 30
+LEVELS = count // 10     # so narrow that workers wait: whatever starts too early has its chance to do so
 
 def barriers(level):
-    return sorted({"l%d-%d" % (level, chance.randrange(count // 40)) for _ in range(chance.randint(1, 2))})
+    return {"l%d-%d" % (level, chance.randrange(4)) for _ in range(chance.randint(1, 2))}
 
 for number in range(count):
     level = chance.randrange(1, LEVELS)
-    needed = sorted({name for _ in range(2) for name in barriers(chance.randrange(level))})
-    given = barriers(level)
+    needed = sorted(barriers(level - 1) | barriers(chance.randrange(level)))
+    given = sorted(barriers(level))
     if number < injections:
         name = "debug%d" % number
         conf.write("%s:%s:%s:exit 0\\n" % (name, ",".join(needed), ",".join(given)))

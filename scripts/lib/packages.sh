@@ -13,7 +13,7 @@ PACKAGES_BUILD=(
 
 # To boot the sample host on a throw-away host. Of the small syslog daemons, busybox's comes as a program
 # alone: the others' packages bring a service that would start here and push this machine's log daemon out.
-PACKAGES_HOST=(busybox e2fsprogs iproute2 mount python3 util-linux)
+PACKAGES_HOST=(busybox e2fsprogs iproute2 mount python3 strace util-linux)
 
 # To build native plugins as the system tests do, outside the tree with what is installed.
 PACKAGES_PLUGINS=(g++ gcc make pkgconf)
@@ -23,6 +23,9 @@ PACKAGES_CHECKS=(clang-14 clang-format-14 clang-tidy-14 git man-db python3 shell
 
 # To fuzz.
 PACKAGES_FUZZ=(clang-14 libclang-rt-14-dev)
+
+# To measure: the libraries of the benchmarks, and programs to compare with.
+PACKAGES_BENCH=(libbenchmark-dev libtbb-dev make ninja-build)
 
 # To report what tests have run.
 PACKAGES_COVERAGE=(gcovr python3)

@@ -2,7 +2,7 @@
 #include "graph/depth.h"
 
 #include <algorithm>
-#include <cstddef>
+#include <cstdint>
 #include <vector>
 
 namespace bootweave {
@@ -12,7 +12,7 @@ constexpr std::int32_t kOnTheWay = -2;  // the walk is inside this node: an edge
 
 struct Step {
     Node* node;
-    std::size_t next;
+    std::uint32_t next;  // 16 bytes in all: along a chain there is a step for each node
     std::int32_t best;
 };
 

@@ -90,7 +90,7 @@ void Node::ScheduleReverse(Executor& executor) {
 void Node::Schedule(Executor& executor, const Direction& direction) {
     struct Step {
         Node* node;
-        std::size_t next;
+        std::uint32_t next;
         std::uint32_t unfinished;
     };
     const ProcessLockGuard lock;

@@ -3,6 +3,8 @@
 
 #include <vector>
 
+#include "graph/stall.h"
+
 namespace bootweave {
 namespace {
 
@@ -14,9 +16,14 @@ void ScheduleAll(std::span<Node* const> nodes, Executor& executor, void (Node::*
     }
 }
 
+/// Those that wait for what will never be. Mostly there are none, and nobody looks at each node to learn
+/// that.
 std::vector<Node*> NotDone(std::span<Node* const> nodes, NodeState done) {
     std::vector<Node*> left;
     const ProcessLockGuard lock;
+    if (!StallWatch::AnyWaitsLocked()) {
+        return left;
+    }
     for (Node* node : nodes) {
         if (node->state() != done) {
             left.push_back(node);

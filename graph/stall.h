@@ -28,6 +28,8 @@ class StallWatch {
             WakeWhenStalledLocked();
         }
     }
+    /// Whether a node waits for another one.
+    [[nodiscard]] static bool AnyWaitsLocked() REQUIRES(g_process_lock) { return waiting_ > 0; }
     /// `count` nodes left a queue without having run.
     static void NoteDroppedLocked(std::size_t count) REQUIRES(g_process_lock) { active_ -= count; }
 

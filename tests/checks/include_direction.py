@@ -91,7 +91,7 @@ def main():
     texts = {path: (project.ROOT / path).read_text(encoding="utf-8") for path in paths}
     is_test = project.test_code()
     findings = [finding for path, text in texts.items() for finding in findings_in(path, text, is_test(path))]
-    users = json_parser_users(texts)
+    users = json_parser_users({path: text for path, text in texts.items() if not is_test(path)})
     if len(users) != 1:
         findings.append(f"one source knows the JSON parser, not {len(users)}: {' '.join(users)}")
     project.finish(findings, paths)

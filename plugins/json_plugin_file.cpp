@@ -9,7 +9,7 @@
 #include "util/exception.h"
 #include "util/read_file.h"
 
-// The one file that knows which JSON parser is used.
+// The one file that parses JSON.
 
 namespace bootweave {
 namespace {

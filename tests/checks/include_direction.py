@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: Apache-2.0
-"""Includes go down only: driver -> plugins -> graph | hostcli -> util -> platform/include.
+"""Includes go down only: analyze -> driver -> plugins -> graph | hostcli -> util -> platform/include.
 
 Reads every include of every source and fails on one that goes up or sideways, that reaches into
 platform/linux, or that knows more of the outside than its room may."""
@@ -11,6 +11,7 @@ import project
 
 # What each room may include beside itself. graph and hostcli do not see each other.
 _BELOW = {
+    "analyze": {"driver", "plugins", "graph", "hostcli", "util", "platform"},
     "driver": {"plugins", "graph", "hostcli", "util", "platform"},
     "plugins": {"graph", "hostcli", "util", "platform"},
     "graph": {"util", "platform"},
@@ -18,11 +19,17 @@ _BELOW = {
     "util": {"platform"},
     "platform": set(),
     "platform/linux": {"util", "platform"},
-    "tests": {"driver", "plugins", "graph", "hostcli", "util", "platform"},
+    "tests": {"analyze", "driver", "plugins", "graph", "hostcli", "util", "platform"},
 }
 # Made of pieces of the real platform, where those need no host.
 _MAY_SEE_LINUX = re.compile(r"tests/support/fake_platform\.\w+")
 _TEST_LIBRARIES = ("gtest/", "gmock/")
+
+# The sources that may know the JSON library, and what for.
+_JSON_USERS = {
+    "plugins/json_plugin_file.cpp": "parses",
+    "analyze/report_json.cpp": "writes",
+}
 
 _INCLUDE = re.compile(r"^[ \t]*#[ \t]*include[ \t]*(?:\"([^\"]*)\"|<([^>]*)>)", re.MULTILINE)
 
@@ -78,11 +85,23 @@ def findings_in(path, text, is_test=False):
             yield f"{path}:{line}: {quoted or angled} {reason}"
 
 
-def json_parser_users(texts):
-    """The sources that include the JSON parser: exactly one may."""
+def json_users(texts):
+    """The sources that include the JSON library."""
     return [path for path, text in texts.items()
             if any((angled or quoted or "").startswith("boost/json") for quoted, angled in
                    _INCLUDE.findall(text))]
+
+
+def wrong_uses_of_json(texts):
+    """What is wrong with who includes the JSON library, and with what it does there, one line each."""
+    users = json_users(texts)
+    yield from (f"{path}: does not include the JSON library any more" for path in _JSON_USERS
+                if path not in users)
+    for path in users:
+        if path not in _JSON_USERS:
+            yield f"{path}: one source parses JSON and one writes it: {' and '.join(_JSON_USERS)}"
+        elif _JSON_USERS[path] == "writes" and re.search(r"\bparse\w*\s*\(", texts[path]):
+            yield f"{path}: parses JSON, but is there to write it"
 
 
 def main():
@@ -91,9 +110,7 @@ def main():
     texts = {path: (project.ROOT / path).read_text(encoding="utf-8") for path in paths}
     is_test = project.test_code()
     findings = [finding for path, text in texts.items() for finding in findings_in(path, text, is_test(path))]
-    users = json_parser_users({path: text for path, text in texts.items() if not is_test(path)})
-    if len(users) != 1:
-        findings.append(f"one source knows the JSON parser, not {len(users)}: {' '.join(users)}")
+    findings += wrong_uses_of_json({path: text for path, text in texts.items() if not is_test(path)})
     project.finish(findings, paths)
 
 

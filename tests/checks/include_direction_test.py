@@ -4,7 +4,7 @@
 
 import unittest
 
-from include_direction import findings_in, json_parser_users
+from include_direction import findings_in, json_users, wrong_uses_of_json
 
 
 class IncludeDirectionTest(unittest.TestCase):
@@ -71,11 +71,23 @@ class IncludeDirectionTest(unittest.TestCase):
                           "graph/a.cpp:4: driver/c.h goes from graph to driver"],
                          list(findings_in("graph/a.cpp", text)))
 
-    def test_users_of_the_json_parser_are_listed(self):
+    def test_users_of_the_json_library_are_listed(self):
         texts = {"plugins/a.cpp": "#include <boost/json.hpp>\n",
                  "plugins/b.cpp": "#include <boost/regex.hpp>\n",
                  "driver/c.cpp": "#include <boost/json/src.hpp>\n"}
-        self.assertEqual(["plugins/a.cpp", "driver/c.cpp"], json_parser_users(texts))
+        self.assertEqual(["plugins/a.cpp", "driver/c.cpp"], json_users(texts))
+
+    def test_one_source_parses_json_and_one_writes_it(self):
+        parser, writer = "plugins/json_plugin_file.cpp", "analyze/report_json.cpp"
+        include = "#include <boost/json.hpp>\n"
+        both = {parser: include + "json::parse(text)", writer: include + "json::serialize(value)"}
+        self.assertEqual([], list(wrong_uses_of_json(both)))
+        self.assertEqual([f"driver/a.cpp: one source parses JSON and one writes it: {parser} and {writer}"],
+                         list(wrong_uses_of_json({**both, "driver/a.cpp": include})))
+        self.assertEqual([f"{writer}: parses JSON, but is there to write it"],
+                         list(wrong_uses_of_json({**both, writer: include + "json::parse(text)"})))
+        self.assertEqual([f"{writer}: does not include the JSON library any more"],
+                         list(wrong_uses_of_json({**both, writer: ""})))
 
 
 if __name__ == "__main__":

@@ -1,9 +1,9 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: Apache-2.0
-"""man has nothing to say about any manual page, and the program's page names exactly the options that there
+"""man has nothing to say about any manual page, and each program's page names exactly the options that there
 are, and all messages.
 
-Each text that a source of the product puts together, but for single words, stands in one line of the page,
+Each text that a source of the program puts together, but for single words, stands in one line of its page,
 with anything for what the running program fills in; or below, with the reason why it does not. One below that
 is in the page, or in no source any more, is reported, too."""
 
@@ -14,11 +14,17 @@ import subprocess
 import project
 from messages import joined, patterns_of
 
-_PAGE = "docs/bootweave.8"
-_OPTIONS = "driver/options.cpp"
+# Page -> the source of the options that it has.
+_PAGES = {
+    "docs/bootweave.8": "driver/options.cpp",
+    "docs/bootweave-analyze.1": "analyze/options.cpp",
+}
+_ANALYZE_PAGE = "docs/bootweave-analyze.1"
 
 # Sources whose texts are not said.
 _NO_MESSAGES = {
+    "analyze/help_text.cpp": "the help, which the page has in its own words",
+    "analyze/report_text.cpp": "the reports, which the page explains line by line",
     "driver/help_text.cpp": "the help, which the page has in its own words",
     "graph/dot.cpp": "the graph's text",
     "platform/linux/boot_splash.cpp": "arguments for the splash screen",
@@ -172,10 +178,26 @@ def messages_missing(page, product, not_in_page=frozenset(_NOT_IN_PAGE)):
         yield f'"{text}" needs no exemption from the manual'
 
 
+def page_of(path):
+    """The page that has what a source of the product says."""
+    return _ANALYZE_PAGE if path.startswith("analyze/") else "docs/bootweave.8"
+
+
 def _product():
     is_test = project.test_code()
     return {str(path): (project.ROOT / path).read_text(encoding="utf-8")
             for path in project.sources() if path.parts[0] in project.ROOMS and not is_test(path)}
+
+
+def _findings_in(page, product):
+    """What a program's page lacks, and what it has too much, one line each."""
+    text = (project.ROOT / page).read_text(encoding="utf-8")
+    program = options_of_program((project.ROOT / _PAGES[page]).read_text(encoding="utf-8"))
+    listed = options_of_page(text)
+    yield from (f"{page}: --{name} is missing" for name in sorted(program - listed))
+    yield from (f"{page}: there is no option --{name}" for name in sorted(listed - program))
+    said = {path: source for path, source in product.items() if page_of(path) == page}
+    yield from messages_missing(text, said, frozenset() if page == _ANALYZE_PAGE else frozenset(_NOT_IN_PAGE))
 
 
 def _complaints_of_man(page):
@@ -190,13 +212,9 @@ def _complaints_of_man(page):
 def main():
     """Checks the pages."""
     pages = [str(path) for path in project.files() if re.fullmatch(r"\.[1-8]", path.suffix)]
-    program = options_of_program((project.ROOT / _OPTIONS).read_text(encoding="utf-8"))
-    text = (project.ROOT / _PAGE).read_text(encoding="utf-8")
-    page = options_of_page(text)
     findings = [complaint for name in pages for complaint in _complaints_of_man(name)]
-    findings += [f"{_PAGE}: --{name} is missing" for name in sorted(program - page)]
-    findings += [f"{_PAGE}: there is no option --{name}" for name in sorted(page - program)]
-    findings += messages_missing(text, _product())
+    product = _product()
+    findings += [finding for page in _PAGES for finding in _findings_in(page, product)]
     project.finish(findings, pages)
 
 

@@ -10,7 +10,7 @@ import sys
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 
-ROOMS = ("driver", "plugins", "graph", "hostcli", "util", "platform")
+ROOMS = ("analyze", "driver", "plugins", "graph", "hostcli", "util", "platform")
 
 
 def files():

@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <ostream>
+
+#include "analyze/report_text.h"
+
+/// \file
+/// bootweave-analyze: reads the boot profile and says where the time went. Runs nothing and writes no file.
+
+namespace bootweave {
+
+/// The whole program: parses the command line, reads the profile, writes one report.
+///
+/// \param out  for the report or the help
+/// \param err  for warnings about the profile and for the error, one line each
+/// \return 0; 1 when the report could not be made or written; 2 for a command line that makes no sense
+[[nodiscard]] int RunAnalyze(int argc, char** argv, std::ostream& out, std::ostream& err,
+                             const TextStyle& style);
+
+}  // namespace bootweave

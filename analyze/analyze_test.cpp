@@ -1,0 +1,145 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "analyze/analyze.h"
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "analyze/help_text.h"
+#include "gtest/gtest.h"
+#include "tests/support/temp_dir.h"
+
+namespace bootweave {
+namespace {
+
+constexpr const char* kBoot =
+    "Mantle Initialization Time: 12000000\n"
+    "[2026-11-15 15:00:00.100000 - 2026-11-15 15:00:01.350000] sysboot: storage\n"
+    "=== Bootweave configuration info ===\n"
+    " Start: 2026-11-15 15:00:00.000000\n"
+    " End: 2026-11-15 15:00:02.500000\n"
+    " Verbose: 0\n Parallel: 1\n Randomize: 0\n Interactive Mode: 0\n Random Seed: 5\n";
+constexpr const char* kDaemons =
+    "[2026-11-15 16:00:00.000000 - 2026-11-15 16:00:00.250000] daemon: timed\n"
+    "=== Daemon configuration info ===\n"
+    " Start Daemon: 2026-11-15 16:00:00.000000\n"
+    " End Daemon: 2026-11-15 16:00:01.000000\n"
+    " Verbose: 0\n Parallel: 0\n Randomize: 0\n Interactive Mode: 0\n Random Seed: 5\n";
+
+struct Outcome {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+class AnalyzeTest : public testing::Test {
+  protected:
+    /// Runs the program with these words on a log with this text.
+    Outcome Run(const std::string& log, std::vector<std::string> words) {
+        path_ = dir_.WriteFile("log", log);
+        words.insert(words.begin(), {"analyze", "--profile", path_});
+        return RunWith(words);
+    }
+
+    static Outcome RunWith(std::vector<std::string> words, std::ostringstream out = {}) {
+        std::vector<char*> argv;
+        for (std::string& word : words) {
+            argv.push_back(word.data());
+        }
+        argv.push_back(nullptr);
+        std::ostringstream err;
+        const int status = RunAnalyze(static_cast<int>(words.size()), argv.data(), out, err, {});
+        return {status, out.str(), err.str()};
+    }
+
+    void ExpectBlame(const std::string& expected, const std::string& log, const std::string& block) {
+        const Outcome outcome = Run(log, {"blame", block});
+        EXPECT_EQ(0, outcome.status);
+        EXPECT_EQ(expected, outcome.out);
+        EXPECT_EQ("", outcome.err);
+    }
+
+    void ExpectFailure(int status, const std::string& expected, const Outcome& outcome) {
+        EXPECT_EQ(status, outcome.status);
+        EXPECT_EQ("", outcome.out);
+        EXPECT_EQ(expected, outcome.err);
+    }
+
+    TempDir dir_;
+    std::string path_;
+};
+
+TEST_F(AnalyzeTest, TheHelpNeedsNoLog) {
+    const Outcome outcome = RunWith({"analyze", "--help"});
+    EXPECT_EQ(0, outcome.status);
+    EXPECT_EQ(kAnalyzeHelpText, outcome.out);
+    EXPECT_EQ("", outcome.err);
+}
+
+TEST_F(AnalyzeTest, WithoutACommandItSaysWhatTheBootTook) {
+    const Outcome outcome = Run(kBoot, {});
+    EXPECT_EQ(0, outcome.status);
+    EXPECT_EQ(
+        "Started\t2026-11-15 15:00:00.000000\nKernel handed over after\t12.000s\nTotal\t2.500s\n"
+        "Sum of plugins\t1.250s in 1 plugin\nParallel efficiency\t0.50 plugins at a time\n",
+        outcome.out);
+    EXPECT_EQ("", outcome.err);
+}
+
+TEST_F(AnalyzeTest, TheBlockIsTheOneThatIsAskedFor) {
+    const std::string log = std::string(kBoot) + kDaemons;
+    ExpectBlame("1.250s\t100.0%\tstorage\n", log, "--boot=boot");
+    ExpectBlame("1.250s\t100.0%\tstorage\n", log, "--boot=1");
+    ExpectBlame("250.000ms\t100.0%\ttimed\n", log, "--boot=2");
+    ExpectBlame("250.000ms\t100.0%\ttimed\n", log, "--boot=last");
+}
+
+TEST_F(AnalyzeTest, JsonIsOneLine) {
+    EXPECT_TRUE(Run(kBoot, {"--json"}).out.starts_with("{\"profile\":\"" + path_ + "\",\"block\":1,"));
+    EXPECT_TRUE(Run(kBoot, {"blame", "--json"}).out.ends_with("\"share\":1E0}]}\n"));
+}
+
+TEST_F(AnalyzeTest, ABlockThatIsNotThereIsAnError) {
+    const Outcome beyond = Run(std::string(kBoot) + kDaemons, {"--boot=3"});
+    ExpectFailure(1, "bootweave-analyze: there is no block 3 in " + path_ + ", the last one is 2\n", beyond);
+    const Outcome no_boot = Run(kDaemons, {});
+    ExpectFailure(1, "bootweave-analyze: " + path_ + " tells of no boot, only of daemons; try --boot last\n",
+                  no_boot);
+    const Outcome empty = Run("", {"--boot=last"});
+    ExpectFailure(1, "bootweave-analyze: " + path_ + " holds no boot profile\n", empty);
+}
+
+TEST_F(AnalyzeTest, AFileThatIsNoProfileIsRefusedAfterAFewWarnings) {
+    std::string log;
+    std::string expected;
+    const std::string path = dir_.File("log");
+    for (int line = 1; line <= 10; ++line) {
+        log += "x\n";
+        expected +=
+            "bootweave-analyze: " + path + ":" + std::to_string(line) + ": not understood, and left out\n";
+    }
+    const std::string end = "bootweave-analyze: " + path + " holds no boot profile\n";
+    ExpectFailure(1, expected + end, Run(log, {}));
+    ExpectFailure(1, expected + "bootweave-analyze: " + path + ": warnings left out: 2\n" + end,
+                  Run(log + "x\nx\n", {}));
+}
+
+TEST_F(AnalyzeTest, ALogThatCannotBeReadIsAnError) {
+    ExpectFailure(1, "bootweave-analyze: cannot read /no/such/log: No such file or directory\n",
+                  RunWith({"analyze", "--profile=/no/such/log"}));
+}
+
+TEST_F(AnalyzeTest, AReportThatCannotBeWrittenIsAnError) {
+    std::ostringstream broken;
+    broken.setstate(std::ios::badbit);
+    ExpectFailure(1, "bootweave-analyze: cannot write the report\n",
+                  RunWith({"analyze", "--help"}, std::move(broken)));
+}
+
+TEST_F(AnalyzeTest, WrongUsageHasAStatusOfItsOwnAndOneLine) {
+    ExpectFailure(2, "bootweave-analyze: unknown command 'a\\x0ab'; see --help\n",
+                  RunWith({"analyze", "a\nb"}));
+}
+
+}  // namespace
+}  // namespace bootweave

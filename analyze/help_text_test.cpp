@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "analyze/help_text.h"
+
+#include "gtest/gtest.h"
+
+namespace bootweave {
+namespace {
+
+// Typed a second time on purpose.
+constexpr const char* kExpected =
+    "bootweave-analyze: tells where the time of a boot went.\n"
+    "\n"
+    "usage: bootweave-analyze [OPTION...] [COMMAND]\n"
+    "\n"
+    "Commands:\n"
+    "  time     what the boot took as a whole (the default)\n"
+    "  blame    the plugins that ran, longest first\n"
+    "\n"
+    "Options:\n"
+    "  --profile FILE          read this boot profile, not /var/log/sysboot.log\n"
+    "  --boot boot|last|N      the last boot in it (the default), its last block\n"
+    "                          of any kind, or block N, from 1\n"
+    "  --plugin-directory DIR  where the plugins are; for commands to come\n"
+    "  --json                  write one JSON object, for programs\n"
+    "  -h, --help              show this help\n"
+    "\n"
+    "Examples:\n"
+    "  bootweave-analyze\n"
+    "      How long did the last boot take?\n"
+    "  bootweave-analyze blame | head -n 5\n"
+    "      Which five plugins took longest? In a pipe the fields are separated\n"
+    "      by tabs.\n"
+    "  bootweave-analyze blame --boot last\n"
+    "      Which init script took longest, when they were last started?\n"
+    "  bootweave-analyze time --profile sysboot.log --json\n"
+    "      The same numbers from a copy of the profile, for a program.\n";
+
+TEST(AnalyzeHelpTextTest, TheHelpIsThisText) {
+    EXPECT_STREQ(kExpected, kAnalyzeHelpText);
+}
+
+}  // namespace
+}  // namespace bootweave

@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <cstdlib>
+#include <iostream>
+#include <string_view>
+
+#include <unistd.h>
+
+#include "analyze/analyze.h"
+
+namespace {
+
+// NOLINTBEGIN(concurrency-mt-unsafe): no other thread exists
+bool WantsColours() {
+    const char* const refused = std::getenv("NO_COLOR");
+    const char* const kind = std::getenv("TERM");
+    return (refused == nullptr || *refused == '\0') && kind != nullptr && std::string_view(kind) != "dumb";
+}
+// NOLINTEND(concurrency-mt-unsafe)
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const bool terminal = ::isatty(STDOUT_FILENO) == 1;
+    return bootweave::RunAnalyze(argc, argv, std::cout, std::cerr,
+                                 {.aligned = terminal, .coloured = terminal && WantsColours()});
+}

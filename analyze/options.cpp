@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "analyze/options.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <string_view>
+#include <system_error>
+
+#include <getopt.h>
+
+namespace bootweave {
+namespace {
+
+enum Option : int {
+    kHelp = 'h',
+    kProfile = 256,
+    kBoot,
+    kPluginDirectory,
+    kJson,
+};
+
+constexpr std::array kLongOptions{
+    option{"help", no_argument, nullptr, kHelp},
+    option{"profile", required_argument, nullptr, kProfile},
+    option{"boot", required_argument, nullptr, kBoot},
+    option{"plugin-directory", required_argument, nullptr, kPluginDirectory},
+    option{"json", no_argument, nullptr, kJson},
+    option{nullptr, 0, nullptr, 0},
+};
+
+BlockChoice ParseBlock(std::string_view text) {
+    using Which = BlockChoice::Which;
+    if (text == "boot") {
+        return {.which = Which::kLastBoot};
+    }
+    if (text == "last") {
+        return {.which = Which::kLast};
+    }
+    std::size_t number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc() || end != text.data() + text.size() || number == 0) {
+        throw UsageException("--boot takes 'boot', 'last' or a number from 1, not '" + std::string(text) +
+                             "'; see --help");
+    }
+    return {.which = Which::kNumber, .number = number};
+}
+
+AnalyzeCommand ParseCommand(std::string_view word) {
+    if (word == "time") {
+        return AnalyzeCommand::kTime;
+    }
+    if (word == "blame") {
+        return AnalyzeCommand::kBlame;
+    }
+    throw UsageException("unknown command '" + std::string(word) + "'; see --help");
+}
+
+bool NeedsValue(int parsed) {
+    return std::any_of(kLongOptions.begin(), kLongOptions.end(), [&](const option& known) {
+        return known.val == parsed && known.has_arg == required_argument;
+    });
+}
+
+/// Names the option that getopt has just refused, as it was typed. A letter may stand in a word with others.
+[[noreturn]] void Refuse(char** argv) {
+    const bool is_letter = ::optopt > 0 && ::optopt < kProfile && ::optopt != kHelp;
+    const std::string word = is_letter ? std::string("-") + static_cast<char>(::optopt) : argv[::optind - 1];
+    if (NeedsValue(::optopt)) {
+        throw UsageException("option '" + word + "' needs a value; see --help");
+    }
+    throw UsageException("invalid option '" + word + "'; see --help");
+}
+
+void Apply(int parsed, char** argv, AnalyzeOptions& options) {
+    switch (parsed) {
+        case kHelp:
+            options.command = AnalyzeCommand::kHelp;
+            break;
+        case kProfile:
+            options.profile = ::optarg;
+            break;
+        case kBoot:
+            options.block = ParseBlock(::optarg);
+            break;
+        case kPluginDirectory:
+            options.plugin_directory = ::optarg;
+            break;
+        case kJson:
+            options.json = true;
+            break;
+        default:
+            Refuse(argv);
+    }
+}
+
+}  // namespace
+
+AnalyzeOptions ParseAnalyzeOptions(int argc, char** argv) {
+    AnalyzeOptions options;
+    ::optind = 0;  // 0, not 1: the GNU library then forgets an earlier command line altogether
+    ::opterr = 0;  // what is wrong is said here
+    int parsed = 0;
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread exists yet
+    while ((parsed = ::getopt_long(argc, argv, "h", kLongOptions.data(), nullptr)) != -1) {
+        Apply(parsed, argv, options);
+        if (options.command == AnalyzeCommand::kHelp) {
+            return options;
+        }
+    }
+    if (::optind < argc) {
+        options.command = ParseCommand(argv[::optind]);
+    }
+    if (::optind + 1 < argc) {
+        throw UsageException("a word too many: '" + std::string(argv[::optind + 1]) + "'; see --help");
+    }
+    return options;
+}
+
+}  // namespace bootweave

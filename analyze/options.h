@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "driver/profiling_log.h"
+#include "util/exception.h"
+
+namespace bootweave {
+
+/// The command line makes no sense; the message says why.
+class UsageException : public Exception {
+  public:
+    using Exception::Exception;
+};
+
+/// What is asked for.
+enum class AnalyzeCommand {
+    kHelp,
+    kTime,
+    kBlame,
+};
+
+/// Which block of the log a report is about.
+struct BlockChoice {
+    enum class Which {
+        kLastBoot,  ///< the last one of a boot
+        kLast,      ///< the last one of all
+        kNumber,
+    };
+    Which which = Which::kLastBoot;
+    std::size_t number = 0;  ///< from 1; only with kNumber
+};
+
+/// The command line.
+struct AnalyzeOptions {
+    AnalyzeCommand command = AnalyzeCommand::kTime;
+    std::string profile = kProfilingLogPath;
+    BlockChoice block{};
+    std::string plugin_directory{};  ///< empty is the host's own
+    bool json = false;
+};
+
+/// Parses the command line; options and the command may come in any order. Not thread-safe (getopt).
+///
+/// \throws UsageException  "<what is wrong>; see --help"
+[[nodiscard]] AnalyzeOptions ParseAnalyzeOptions(int argc, char** argv);
+
+}  // namespace bootweave

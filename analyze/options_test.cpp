@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "analyze/options.h"
+
+#include <string>
+#include <vector>
+
+#include "gtest/gtest.h"
+
+namespace bootweave {
+namespace {
+
+AnalyzeOptions Parse(std::vector<std::string> words) {
+    words.insert(words.begin(), "analyze");
+    std::vector<char*> argv;
+    for (std::string& word : words) {
+        argv.push_back(word.data());
+    }
+    argv.push_back(nullptr);
+    return ParseAnalyzeOptions(static_cast<int>(words.size()), argv.data());
+}
+
+std::string ErrorOf(const std::vector<std::string>& words) {
+    try {
+        static_cast<void>(Parse(words));
+    } catch (const UsageException& exception) {
+        return exception.what();
+    }
+    return "";
+}
+
+TEST(AnalyzeOptionsTest, WithoutAWordItIsTheTimeOfTheLastBoot) {
+    const AnalyzeOptions options = Parse({});
+    EXPECT_EQ(AnalyzeCommand::kTime, options.command);
+    EXPECT_EQ("/var/log/sysboot.log", options.profile);
+    EXPECT_EQ(BlockChoice::Which::kLastBoot, options.block.which);
+    EXPECT_EQ("", options.plugin_directory);
+    EXPECT_FALSE(options.json);
+}
+
+TEST(AnalyzeOptionsTest, OptionsMayStandBeforeAndBehindTheCommand) {
+    const AnalyzeOptions options =
+        Parse({"--profile", "/log", "blame", "--boot=12", "--plugin-directory", "/plugins", "--json"});
+    EXPECT_EQ(AnalyzeCommand::kBlame, options.command);
+    EXPECT_EQ("/log", options.profile);
+    EXPECT_EQ(BlockChoice::Which::kNumber, options.block.which);
+    EXPECT_EQ(12U, options.block.number);
+    EXPECT_EQ("/plugins", options.plugin_directory);
+    EXPECT_TRUE(options.json);
+    EXPECT_EQ(AnalyzeCommand::kTime, Parse({"time"}).command);
+}
+
+TEST(AnalyzeOptionsTest, TheBlockIsAWordOrANumberFromOne) {
+    EXPECT_EQ(BlockChoice::Which::kLastBoot, Parse({"--boot=boot"}).block.which);
+    EXPECT_EQ(BlockChoice::Which::kLast, Parse({"--boot=last"}).block.which);
+    EXPECT_EQ(1U, Parse({"--boot=1"}).block.number);
+    EXPECT_EQ("--boot takes 'boot', 'last' or a number from 1, not '0'; see --help", ErrorOf({"--boot=0"}));
+    EXPECT_EQ("--boot takes 'boot', 'last' or a number from 1, not ''; see --help", ErrorOf({"--boot="}));
+    EXPECT_EQ("--boot takes 'boot', 'last' or a number from 1, not '1x'; see --help", ErrorOf({"--boot=1x"}));
+    EXPECT_EQ("--boot takes 'boot', 'last' or a number from 1, not '-1'; see --help",
+              ErrorOf({"--boot", "-1"}));
+}
+
+TEST(AnalyzeOptionsTest, HelpEndsTheParsing) {
+    EXPECT_EQ(AnalyzeCommand::kHelp, Parse({"--help", "--nonsense"}).command);
+    EXPECT_EQ(AnalyzeCommand::kHelp, Parse({"-h"}).command);
+    EXPECT_EQ(AnalyzeCommand::kHelp, Parse({"blame", "-h"}).command);
+}
+
+TEST(AnalyzeOptionsTest, WhatMakesNoSenseIsNamed) {
+    EXPECT_EQ("unknown command 'blames'; see --help", ErrorOf({"blames"}));
+    EXPECT_EQ("a word too many: 'time'; see --help", ErrorOf({"blame", "time"}));
+    EXPECT_EQ("invalid option '--nonsense'; see --help", ErrorOf({"--nonsense"}));
+    EXPECT_EQ("invalid option '--json=1'; see --help", ErrorOf({"--json=1"}));
+    EXPECT_EQ("invalid option '-x'; see --help", ErrorOf({"-xy"}));
+    EXPECT_EQ("option '--profile' needs a value; see --help", ErrorOf({"blame", "--profile"}));
+}
+
+}  // namespace
+}  // namespace bootweave

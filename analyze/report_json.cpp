@@ -1,0 +1,106 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "analyze/report_json.h"
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <boost/json.hpp>
+
+#include <sys/time.h>
+
+#include "analyze/timing.h"
+#include "driver/profiling_log.h"
+#include "util/harmless_text.h"
+
+namespace bootweave {
+namespace {
+
+namespace json = boost::json;
+
+/// The text with U+FFFD for each byte that is no UTF-8: the log may hold any, JSON may not.
+json::string Utf8(std::string_view text) {
+    constexpr unsigned char kBeyondAscii = 0x80;
+    json::string result;
+    while (!text.empty()) {
+        std::size_t length = 1;
+        if (static_cast<unsigned char>(text.front()) >= kBeyondAscii) {
+            length = Utf8SequenceLength(text);
+        }
+        result.append(length == 0 ? std::string_view("\xEF\xBF\xBD") : text.substr(0, length));
+        text.remove_prefix(length == 0 ? 1 : length);
+    }
+    return result;
+}
+
+json::value Stamp(const std::optional<Instant>& instant) {
+    if (!instant.has_value()) {
+        return nullptr;
+    }
+    const auto whole = std::chrono::floor<std::chrono::seconds>(*instant);
+    return json::string(
+        FormatTimeStamp({.tv_sec = whole.time_since_epoch().count(), .tv_usec = (*instant - whole).count()}));
+}
+
+json::value Count(const std::optional<Duration>& duration) {
+    return duration.has_value() ? json::value(duration->count()) : json::value();
+}
+
+template <typename Value>
+json::value Known(const std::optional<Value>& value) {
+    return value.has_value() ? json::value(*value) : json::value();
+}
+
+json::object ReportOn(const ChosenRun& run) {
+    return {{"profile", Utf8(run.path)},
+            {"block", run.number},
+            {"blocks", run.count},
+            {"kind", RunKindText(run.block.kind)}};
+}
+
+json::object SettingsOf(const RunSettings& settings) {
+    return {{"verbose", Known(settings.verbose)},
+            {"parallel", Known(settings.parallel)},
+            {"randomize", Known(settings.randomize)},
+            {"interactive", Known(settings.interactive)},
+            {"seed", Known(settings.seed)}};
+}
+
+}  // namespace
+
+void WriteTimeJson(std::ostream& out, const ChosenRun& run) {
+    const TimeSummary summary = Summarize(run.block);
+    json::array idle;
+    for (const std::string& name : summary.idle) {
+        idle.push_back(Utf8(name));
+    }
+    json::object report = ReportOn(run);
+    report["start"] = Stamp(run.block.start);
+    report["end"] = Stamp(run.block.end);
+    report["kernel_us"] = Count(run.block.kernel);
+    report["total_us"] = Count(summary.total);
+    report["plugins_us"] = summary.plugins.count();
+    report["plugins_ran"] = summary.ran;
+    report["plugins_idle"] = std::move(idle);
+    report["plugins_at_a_time"] = Known(summary.at_a_time);
+    report["settings"] = SettingsOf(run.block.settings);
+    out << json::serialize(report) << "\n";
+}
+
+void WriteBlameJson(std::ostream& out, const ChosenRun& run) {
+    json::array plugins;
+    for (const auto& [plugin, share] : Blame(run.block)) {
+        plugins.push_back(json::object{{"name", Utf8(plugin.name)},
+                                       {"start", Stamp(plugin.start)},
+                                       {"end", Stamp(plugin.end)},
+                                       {"taken_us", plugin.taken().count()},
+                                       {"share", share}});
+    }
+    json::object report = ReportOn(run);
+    report["plugins_us"] = Summarize(run.block).plugins.count();
+    report["plugins"] = std::move(plugins);
+    out << json::serialize(report) << "\n";
+}
+
+}  // namespace bootweave

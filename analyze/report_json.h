@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <ostream>
+
+#include "analyze/report_text.h"
+
+/// \file
+/// The reports as JSON, one object in one line.
+///
+/// Names never change their meaning; new ones may come. Times are whole microseconds (`..._us`), instants the
+/// log's own stamps (UTC). What the log cannot tell is null.
+///
+/// time:   profile, block, blocks, kind, start, end, kernel_us, total_us, plugins_us, plugins_ran,
+///         plugins_idle (names), plugins_at_a_time, settings (verbose, parallel, randomize, interactive,
+///         seed)
+/// blame:  profile, block, blocks, kind, plugins_us,
+///         plugins (name, start, end, taken_us, share of plugins_us from 0 to 1), longest first
+
+namespace bootweave {
+
+/// Writes what the run took as a whole.
+void WriteTimeJson(std::ostream& out, const ChosenRun& run);
+
+/// Writes the plugins that ran, longest first.
+void WriteBlameJson(std::ostream& out, const ChosenRun& run);
+
+}  // namespace bootweave

@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "analyze/report_json.h"
+
+#include <sstream>
+
+#include "gtest/gtest.h"
+
+namespace bootweave {
+namespace {
+
+constexpr const char* kBoot =
+    "Mantle Initialization Time: 12000000\n"
+    "[2026-11-15 15:00:00.250000 - 2026-11-15 15:00:00.500000] sysboot: \"net\"\n"
+    "[2026-11-15 15:00:00.000000 - 2026-11-15 15:00:00.750000] sysboot: st\xC3\xB6rage \xFF\n"
+    "[1970-01-01 00:00:00.000000 - 1970-01-01 00:00:00.000000] sysboot: once\n"
+    "=== Bootweave configuration info ===\n"
+    " Start: 2026-11-15 15:00:00.000000\n"
+    " End: 2026-11-15 15:00:02.000000\n"
+    " Verbose: 0\n"
+    " Parallel: 1\n"
+    " Randomize: 0\n"
+    " Interactive Mode: 0\n"
+    " Random Seed: -5\n";
+
+ChosenRun Run(const std::string& text) {
+    return {"/log", 1, 1, ParseBootProfile(text).blocks.at(0)};
+}
+
+std::string Time(const std::string& text) {
+    std::ostringstream out;
+    WriteTimeJson(out, Run(text));
+    return out.str();
+}
+
+std::string BlameOf(const std::string& text) {
+    std::ostringstream out;
+    WriteBlameJson(out, Run(text));
+    return out.str();
+}
+
+TEST(ReportJsonTest, TimeHasEveryNumberOfTheRun) {
+    EXPECT_EQ(
+        R"({"profile":"/log","block":1,"blocks":1,"kind":"boot","start":"2026-11-15 15:00:00.000000",)"
+        R"("end":"2026-11-15 15:00:02.000000","kernel_us":12000000,"total_us":2000000,"plugins_us":1000000,)"
+        R"("plugins_ran":2,"plugins_idle":["once"],"plugins_at_a_time":5E-1,)"
+        R"("settings":{"verbose":false,"parallel":true,"randomize":false,"interactive":false,"seed":-5}})"
+        "\n",
+        Time(kBoot));
+}
+
+TEST(ReportJsonTest, WhatACutLogDoesNotTellIsNull) {
+    EXPECT_EQ(
+        R"({"profile":"/log","block":1,"blocks":1,"kind":"daemon","start":null,"end":null,"kernel_us":null,)"
+        R"("total_us":null,"plugins_us":0,"plugins_ran":0,"plugins_idle":[],"plugins_at_a_time":null,)"
+        R"("settings":{"verbose":null,"parallel":null,"randomize":null,"interactive":null,"seed":null}})"
+        "\n",
+        Time("=== Daemon configuration info ===\n"));
+}
+
+TEST(ReportJsonTest, BlameHasThePluginsThatRanAndIsUtf8WhateverTheirNames) {
+    EXPECT_EQ(R"({"profile":"/log","block":1,"blocks":1,"kind":"boot","plugins_us":1000000,"plugins":[)"
+              "{\"name\":\"st\xC3\xB6rage \xEF\xBF\xBD\","
+              R"("start":"2026-11-15 15:00:00.000000","end":"2026-11-15 15:00:00.750000","taken_us":750000,)"
+              R"("share":7.5E-1},)"
+              R"({"name":"\"net\"","start":"2026-11-15 15:00:00.250000","end":"2026-11-15 15:00:00.500000",)"
+              R"("taken_us":250000,"share":2.5E-1}]})"
+              "\n",
+              BlameOf(kBoot));
+}
+
+}  // namespace
+}  // namespace bootweave

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+#include <ostream>
+#include <string>
+
+#include "analyze/boot_profile.h"
+
+/// \file
+/// The reports for people, and for programs that read lines.
+
+namespace bootweave {
+
+/// How a text is laid out. Programs get fields separated by one tab, and no header.
+struct TextStyle {
+    bool aligned = false;   ///< columns, and a header above them
+    bool coloured = false;  ///< what matters stands out; only with `aligned`
+};
+
+/// The run that a report is about.
+struct ChosenRun {
+    std::string path;    ///< of the log
+    std::size_t number;  ///< of the block, from 1
+    std::size_t count;   ///< of blocks in the log
+    ProfileBlock block;
+};
+
+/// "850us", "12.345ms", "1.234s" or "2min 3.456s"; what is left over is cut off.
+[[nodiscard]] std::string FormatDuration(Duration duration);
+
+/// Writes what the run took as a whole.
+void WriteTimeText(std::ostream& out, const ChosenRun& run, const TextStyle& style);
+
+/// Writes the plugins that ran, longest first: time taken, share of the sum in percent, name.
+void WriteBlameText(std::ostream& out, const ChosenRun& run, const TextStyle& style);
+
+}  // namespace bootweave

@@ -1,0 +1,129 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "analyze/report_text.h"
+
+#include <sstream>
+
+#include "gtest/gtest.h"
+
+namespace bootweave {
+namespace {
+
+constexpr TextStyle kForPrograms{};
+constexpr TextStyle kForPeople{.aligned = true, .coloured = false};
+constexpr TextStyle kInColour{.aligned = true, .coloured = true};
+
+constexpr const char* kBoot =
+    "Mantle Initialization Time: 12000000\n"
+    "[2026-11-15 15:00:00.200000 - 2026-11-15 15:00:00.300000] sysboot: network\n"
+    "[2026-11-15 15:00:00.100000 - 2026-11-15 15:00:01.349000] sysboot: storage\n"
+    "[1970-01-01 00:00:00.000000 - 1970-01-01 00:00:00.000000] sysboot: once\n"
+    "[2026-11-15 15:00:01.400000 - 2026-11-15 15:00:01.401000] sysboot: motd\n"
+    "=== Bootweave configuration info ===\n"
+    " Start: 2026-11-15 15:00:00.000123\n"
+    " End: 2026-11-15 15:00:01.000123\n";
+
+ChosenRun Run(const std::string& text) {
+    return {"/log", 2, 3, ParseBootProfile(text).blocks.at(0)};
+}
+
+std::string Time(const std::string& text, const TextStyle& style) {
+    std::ostringstream out;
+    WriteTimeText(out, Run(text), style);
+    return out.str();
+}
+
+std::string BlameOf(const std::string& text, const TextStyle& style) {
+    std::ostringstream out;
+    WriteBlameText(out, Run(text), style);
+    return out.str();
+}
+
+TEST(ReportTextTest, DurationsAreInTheLargestUnitThatLeavesAWholeNumber) {
+    EXPECT_EQ("0us", FormatDuration(Duration(0)));
+    EXPECT_EQ("999us", FormatDuration(Duration(999)));
+    EXPECT_EQ("1.000ms", FormatDuration(Duration(1000)));
+    EXPECT_EQ("12.045ms", FormatDuration(Duration(12'045)));
+    EXPECT_EQ("999.999ms", FormatDuration(Duration(999'999)));
+    EXPECT_EQ("1.000s", FormatDuration(Duration(1'000'999)));
+    EXPECT_EQ("59.999s", FormatDuration(Duration(59'999'999)));
+    EXPECT_EQ("1min 0.000s", FormatDuration(Duration(60'000'000)));
+    EXPECT_EQ("153722867min 15.999s", FormatDuration(Duration(9'223'372'035'999'999)));
+}
+
+TEST(ReportTextTest, TimeSaysWhatTheBootTook) {
+    EXPECT_EQ(
+        "Block 2 of 3 in /log: boot\n"
+        "\n"
+        "Started                   2026-11-15 15:00:00.000123\n"
+        "Kernel handed over after  12.000s\n"
+        "Total                     1.000s\n"
+        "Sum of plugins            1.350s in 3 plugins\n"
+        "Parallel efficiency       1.35 plugins at a time\n"
+        "Did not run               1 plugin\n",
+        Time(kBoot, kForPeople));
+}
+
+TEST(ReportTextTest, ProgramsGetTabsAndNoHeader) {
+    EXPECT_EQ(
+        "Started\t2026-11-15 15:00:00.000123\n"
+        "Kernel handed over after\t12.000s\n"
+        "Total\t1.000s\n"
+        "Sum of plugins\t1.350s in 3 plugins\n"
+        "Parallel efficiency\t1.35 plugins at a time\n"
+        "Did not run\t1 plugin\n",
+        Time(kBoot, kForPrograms));
+    EXPECT_EQ(
+        "1.249s\t92.5%\tstorage\n"
+        "100.000ms\t7.4%\tnetwork\n"
+        "1.000ms\t0.1%\tmotd\n",
+        BlameOf(kBoot, kForPrograms));
+}
+
+TEST(ReportTextTest, WhatACutLogDoesNotTellIsUnknown) {
+    EXPECT_EQ(
+        "Started\tunknown\n"
+        "Kernel handed over after\tunknown\n"
+        "Total\tunknown\n"
+        "Sum of plugins\t0us in 0 plugins\n"
+        "Parallel efficiency\tunknown\n",
+        Time("=== Bootweave configuration info ===\n", kForPrograms));
+}
+
+TEST(ReportTextTest, DaemonRunsDoNotSpeakOfTheKernel) {
+    EXPECT_EQ(
+        "Block 2 of 3 in /log: daemon\n"
+        "\n"
+        "Started              2026-11-15 15:00:00.000000\n"
+        "Total                5.000s\n"
+        "Sum of plugins       0us in 0 plugins\n"
+        "Parallel efficiency  0.00 plugins at a time\n",
+        Time("=== Daemon configuration info ===\n"
+             " Start Daemon: 2026-11-15 15:00:00.000000\n"
+             " End Daemon: 2026-11-15 15:00:05.000000\n",
+             kForPeople));
+}
+
+TEST(ReportTextTest, BlameAlignsTimesAndShares) {
+    EXPECT_EQ(
+        "Block 2 of 3 in /log: boot\n"
+        "\n"
+        "          TIME  SHARE  PLUGIN\n"
+        "        1.249s  92.5%  storage\n"
+        "     100.000ms   7.4%  network\n"
+        "       1.000ms   0.1%  motd\n",
+        BlameOf(kBoot, kForPeople));
+}
+
+TEST(ReportTextTest, ColoursMarkWhatTookATenthOrMore) {
+    EXPECT_EQ(
+        "\033[1mBlock 2 of 3 in /log: boot\033[0m\n"
+        "\n"
+        "          TIME  SHARE  PLUGIN\n"
+        "        \033[31m1.249s\033[0m  92.5%  storage\n"
+        "     100.000ms   7.4%  network\n"
+        "       1.000ms   0.1%  motd\n",
+        BlameOf(kBoot, kInColour));
+}
+
+}  // namespace
+}  // namespace bootweave

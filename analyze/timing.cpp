@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "analyze/timing.h"
+
+#include <algorithm>
+
+namespace bootweave {
+namespace {
+
+double Ratio(Duration part, Duration whole) {
+    return static_cast<double>(part.count()) / static_cast<double>(whole.count());
+}
+
+}  // namespace
+
+TimeSummary Summarize(const ProfileBlock& block) {
+    TimeSummary summary;
+    for (const PluginTimes& plugin : block.plugins) {
+        if (plugin.ran()) {
+            ++summary.ran;
+            summary.plugins += plugin.taken();
+        } else {
+            summary.idle.push_back(plugin.name);
+        }
+    }
+    if (block.start.has_value() && block.end.has_value() && *block.end >= *block.start) {
+        summary.total = *block.end - *block.start;
+    }
+    if (summary.total.has_value() && *summary.total > Duration(0)) {
+        summary.at_a_time = Ratio(summary.plugins, *summary.total);
+    }
+    return summary;
+}
+
+std::vector<PluginShare> Blame(const ProfileBlock& block) {
+    const Duration whole = Summarize(block).plugins;
+    std::vector<PluginShare> shares;
+    for (const PluginTimes& plugin : block.plugins) {
+        if (plugin.ran()) {
+            shares.push_back({plugin, whole > Duration(0) ? Ratio(plugin.taken(), whole) : 0.0});
+        }
+    }
+    std::stable_sort(shares.begin(), shares.end(), [](const PluginShare& one, const PluginShare& other) {
+        return one.plugin.taken() > other.plugin.taken();
+    });
+    return shares;
+}
+
+}  // namespace bootweave

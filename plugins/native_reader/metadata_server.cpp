@@ -34,6 +34,7 @@ int LoadInChild(pid_t reader, UniqueFd& channel, const std::string& path, Answer
         return 1;  // it ended before that call
     }
     ::setpgid(0, 0);  // a signal that the object sends to its group reaches only what it started itself
+    ResetSignals();
     region.Put(LoadMetadata(path));
     return 0;
 }

@@ -2,8 +2,10 @@
 #include "graph/stall.h"
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <thread>
+#include <vector>
 
 #include <poll.h>
 #include <unistd.h>
@@ -11,6 +13,7 @@
 #include "gmock/gmock.h"
 #include "graph/barrier.h"
 #include "graph/executor.h"
+#include "graph/run_all.h"
 #include "tests/support/fake_platform.h"
 #include "tests/support/recording_node.h"
 #include "util/child_process.h"
@@ -38,12 +41,8 @@ class StallTest : public testing::Test {
         return *barriers_.back();
     }
 
-    /// Everything logged until the child is silent for a while; it is killed then.
     std::string LogOfStalledRun(int workers) {
-        Pipe pipe = Pipe::Create();
-        auto child = ChildProcess::Fork([&] {
-            FakePlatform::EchoTo(pipe.write_end.get());
-            Executor executor(workers, false);
+        return LogOf(workers, [&](Executor& executor) {
             {
                 const ProcessLockGuard lock;
                 for (const auto& node : nodes_) {
@@ -53,7 +52,18 @@ class StallTest : public testing::Test {
             for (const auto& node : nodes_) {
                 node->WaitForward();
             }
-            return 0;
+        });
+    }
+
+    /// Everything logged until the child is silent for a while; it is killed then. The log of one that does
+    /// not wait for ever ends in "ended".
+    static std::string LogOf(int workers, const std::function<void(Executor&)>& run) {
+        Pipe pipe = Pipe::Create();
+        auto child = ChildProcess::Fork([&] {
+            FakePlatform::EchoTo(pipe.write_end.get());
+            Executor executor(workers, false);
+            run(executor);
+            return ::write(pipe.write_end.get(), "ended", 5) == 5 ? 0 : 1;
         });
         pipe.write_end.Reset();
         std::string log;
@@ -126,7 +136,26 @@ TEST_F(StallTest, ARunThatIsOnlySlowSaysNothing) {
     RecordingNode& next = Make("next");
     next.AddDependency(slow);
     slow.on_execute = [] { std::this_thread::sleep_for(std::chrono::milliseconds(100)); };
-    EXPECT_EQ("", LogOfStalledRun(4));
+    EXPECT_EQ("ended", LogOfStalledRun(4));
+}
+
+TEST_F(StallTest, ARunOfAllNodesNamesTheCircleAndGoesOnWaitingInEitherDirection) {
+    RecordingNode& first = Make("first");
+    RecordingNode& a = Make("a");
+    RecordingNode& b = Make("b");
+    a.AddDependency(first);
+    a.AddDependency(b);
+    b.AddDependency(a);
+    std::vector<Node*> all;
+    for (const auto& node : nodes_) {
+        all.push_back(node.get());
+    }
+    for (const int workers : {1, 4}) {
+        EXPECT_EQ("2 Bootweave is stalled: plugins wait for each other: a -> b -> a\n",
+                  LogOf(workers, [&](Executor& executor) { RunAllForward(all, executor); }));
+        EXPECT_EQ("2 Bootweave is stalled: plugins wait for each other: a -> b -> a\n",
+                  LogOf(workers, [&](Executor& executor) { RunAllReverse(all, executor); }));
+    }
 }
 
 }  // namespace

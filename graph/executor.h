@@ -17,8 +17,7 @@ namespace bootweave {
 ///          queued when it is destroyed never run; those that run are finished first.
 /// Lock:    the graph lock guards the queue and the stop flag; nodes run without it.
 /// Wakes:   workers sleep until a node is queued or the executor is destroyed; both wake all of them. A
-/// worker
-///          whose node lets go of others takes one of them itself: it wakes the rest only if there are more.
+///          worker whose node lets go of others takes one of them itself: it wakes the rest only for more.
 class Executor {
   public:
     /// \param threads    number of workers; below 1 there are none, and what is queued waits for ever

@@ -15,10 +15,10 @@
 /// \file
 /// Child processes, each with exactly one owner. The one door through which the program starts another one.
 ///
-/// Life:    Spawn() or Fork() -> running -> Wait() -> ended.
+/// Life:    Spawn(), Fork() or ForkToExec() -> running -> Wait() -> ended.
 /// Threads: one thread at a time per object; different objects are independent.
-/// Fork:    Spawn() neither takes a lock nor allocates between fork and exec. What a Fork() body may do is
-///          said there.
+/// Fork:    Spawn() neither takes a lock nor allocates between fork and exec. What a body of the others may
+///          do is said there.
 
 namespace bootweave {
 
@@ -90,8 +90,7 @@ class ChildProcess {
     /// Waits for the end, in the kernel.
     ///
     /// \return the raw wait status, or nothing, with errno set, when waiting fails (ECHILD for a child that
-    /// is
-    ///         no longer owned). Either way the child is no longer owned.
+    ///         is no longer owned). Either way the child is no longer owned.
     [[nodiscard]] std::optional<int> Wait();
 
     /// What WaitFor saw.

@@ -24,8 +24,7 @@ struct CapturedRun {
 /// \param options      standard error is added to its descriptors here
 /// \param error_bound  how many bytes of standard error are kept
 /// \throws Exception   with the system's error text, when the program cannot be started or waited for;
-/// nothing
-///                     of it is then left running
+///                     nothing of it is then left running
 [[nodiscard]] CapturedRun RunCapturingErrors(SpawnOptions options, std::size_t error_bound);
 
 }  // namespace bootweave

@@ -24,8 +24,7 @@ struct ForkExecDescriptors {
 /// \param path     the program; no search, no shell for what is no program
 /// \param argv     ended by null
 /// \param options  0
-/// \return the child's process id, for the caller to wait for; -1 with errno set when it cannot be started, a
-/// program
-///         that cannot be executed included. Any thread.
+/// \return the child's process id, for the caller to wait for; -1 with errno set when it cannot be started,
+///         a program that cannot be executed included. Any thread.
 pid_t Host_ForkExec(const char* path, char* const argv[], unsigned options,
                     const ForkExecDescriptors& descriptors);

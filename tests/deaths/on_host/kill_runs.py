@@ -60,8 +60,8 @@ class Death:
         self._usual = usual[self.kind.name]
         self.victim = _choose({name: _VICTIMS[name] for name in self.kind.victims}, chance)
         self._moment = self._choose_moment()
-        # A native executor and a script live but for a part of the run.
         self._killed = None
+        # A native executor and a script live but for a part of the run.
         self._delay = chance.choice((0, chance.uniform(0, 0.05)))
         self.text = f"{self.kind.name}, {self.victim} {self._moment.text}"
 

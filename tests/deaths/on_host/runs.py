@@ -131,7 +131,6 @@ class Run:
 
         What a run of this kind does not write is UNTOUCHED.
 
-
         :param names: what a whole run of this kind begins, sorted
         """
         return self._age_of_record(names), self._age_of_profile(names)

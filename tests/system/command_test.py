@@ -192,7 +192,7 @@ class EndTest(CommandTest):
     def test_of_standard_error_the_first_64_kib_are_kept_and_the_command_is_not_held_up(self):
         write = "head -c 3000000 /dev/zero | tr '\\0' x >&2; echo done; exit 1"
         end = self.host(plugin("p", ["a b"]), command("a.b", write)).boot(timeout=30)
-        self.assertEqual("execution of 'a b' failed : " + "x" * 65536, end.executor_messages[1])
+        self.assertIn("execution of 'a b' failed : " + "x" * 65536, end.executor_messages)
         self.assertEqual(["done"], end.command_output)
 
     def test_a_process_left_behind_with_standard_error_holds_up_nothing(self):

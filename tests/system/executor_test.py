@@ -76,7 +76,7 @@ class DeathTest(SystemTest):
                 end = self.host(plugin("p", [line]), command(line.split()[0], "echo ran")).shell(
                     UNTIL + "bootweave && " + _AWAIT_STOP)
                 self.assertEqual([(ERROR, _LOST)], end.complaints[:1])
-                self.assertEqual("Bootweave executor signalled to stop", end.executor_messages[-1])
+                self.assertIn("Bootweave executor signalled to stop", end.executor_messages)
                 self.assertEqual((0, [], ["p"]), (end.status, end.command_output, list(end.failed)))
 
     def test_stop_behind_a_blank_is_a_command(self):
@@ -158,8 +158,10 @@ class SocketTest(SystemTest):
     def test_a_request_of_no_bytes_is_a_request_like_any_other(self):
         answers, end = self._ask("", "note")
         self.assertEqual(["1", "0"], answers)
+        # That it polls is said by another thread than the one that answers: at any time.
         self.assertEqual(["Executor was unable to parse command: empty command",
-                          "Executor failed to parse command "], end.executor_messages[1:3])
+                          "Executor failed to parse command "],
+                         [message for message in end.executor_messages if "pars" in message])
 
     def test_a_request_ends_at_its_first_null_byte(self):
         answers, end = self._ask(r"note --x=1\x00 --y=2", r"\x00note")
@@ -176,7 +178,7 @@ class SocketTest(SystemTest):
                 answers, end = self._ask(request, "note", after=_AWAIT_STOP)
                 self.assertIn(answers[0], ("end after b''", "Connection reset by peer"))
                 self.assertEqual("Connection refused", answers[1])
-                self.assertEqual("Bootweave executor signalled to stop", end.executor_messages[-1])
+                self.assertIn("Bootweave executor signalled to stop", end.executor_messages)
 
     def test_less_than_stop_is_a_command(self):
         answers, _ = self._ask("sto", "note")

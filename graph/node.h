@@ -132,7 +132,7 @@ class Node {
     std::string name_;
     ConditionVariable finished_;
 
-    static constinit inline std::uint64_t last_walk_ = 0;
+    static constinit inline std::uint64_t last_walk_ GUARDED_BY(g_process_lock) = 0;
 };
 
 /// One of the two ways through the graph.

@@ -62,8 +62,8 @@ class StallWatch {
     static std::vector<Node*> FindCircleLocked(Node& node, const Direction& direction)
         REQUIRES(g_process_lock);
 
-    static constinit inline std::size_t waiting_ = 0;
-    static constinit inline std::size_t active_ = 0;  // queued or running
+    static constinit inline std::size_t waiting_ GUARDED_BY(g_process_lock) = 0;
+    static constinit inline std::size_t active_ GUARDED_BY(g_process_lock) = 0;  // queued or running
 };
 
 }  // namespace bootweave

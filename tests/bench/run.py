@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Measures everything that docs/performance.md has; scripts/bench builds what it needs and starts it."""
+"""Measures what a run costs; scripts/bench builds what it needs and starts it."""
 
 import argparse
 import datetime

@@ -5,10 +5,13 @@
 #include <exception>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "analyze/boot_profile.h"
+#include "analyze/critical_chain.h"
 #include "analyze/help_text.h"
 #include "analyze/options.h"
+#include "analyze/plugin_needs.h"
 #include "analyze/report_json.h"
 #include "util/exception.h"
 #include "util/harmless_text.h"
@@ -70,13 +73,28 @@ std::size_t Choose(const BootProfile& profile, const AnalyzeOptions& options) {
     }
 }
 
+void WriteChain(const AnalyzeOptions& options, const ChosenRun& run, std::ostream& out, std::ostream& err,
+                const TextStyle& style) {
+    if (run.block.kind == RunKind::kDaemon) {
+        throw Exception("block " + std::to_string(run.number) + " is a run of daemons, which have no chain");
+    }
+    const PluginNeeds needs = ReadPluginNeeds(run.block, {.directory = options.plugin_directory});
+    for (const std::string& warning : needs.warnings) {
+        Say(err, warning);
+    }
+    const std::vector<ChainLink> chain = CriticalChain(run.block, needs.providers, options.plugin);
+    options.json ? WriteChainJson(out, run, chain) : WriteChainText(out, run, chain, style);
+}
+
 void WriteReport(const AnalyzeOptions& options, std::ostream& out, std::ostream& err,
                  const TextStyle& style) {
     BootProfile profile = ReadBootProfile(options.profile);
     SayWarnings(err, profile, options.profile);
     const std::size_t index = Choose(profile, options);
     const ChosenRun run{options.profile, index + 1, profile.blocks.size(), profile.blocks[index]};
-    if (options.command == AnalyzeCommand::kBlame) {
+    if (options.command == AnalyzeCommand::kCriticalChain) {
+        WriteChain(options, run, out, err, style);
+    } else if (options.command == AnalyzeCommand::kBlame) {
         options.json ? WriteBlameJson(out, run) : WriteBlameText(out, run, style);
     } else {
         options.json ? WriteTimeJson(out, run) : WriteTimeText(out, run, style);

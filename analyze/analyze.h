@@ -6,7 +6,7 @@
 #include "analyze/report_text.h"
 
 /// \file
-/// bootweave-analyze: reads the boot profile and says where the time went. Runs nothing and writes no file.
+/// bootweave-analyze: reads the boot profile and says where the time went. Runs no plugin and writes no file.
 
 namespace bootweave {
 

@@ -141,5 +141,16 @@ TEST_F(AnalyzeTest, WrongUsageHasAStatusOfItsOwnAndOneLine) {
                   RunWith({"analyze", "a\nb"}));
 }
 
+TEST_F(AnalyzeTest, AChainIsAboutABootAndSaysWhatItCannotKnow) {
+    const Outcome chain = Run(kBoot, {"critical-chain", "--plugin-directory", dir_.path()});
+    EXPECT_EQ(0, chain.status);
+    EXPECT_EQ("100.000ms\t1.250s\t100.000ms\tstorage\n", chain.out);
+    EXPECT_EQ(
+        "bootweave-analyze: storage has no file in " + dir_.path() + ": what it waited for is unknown\n",
+        chain.err);
+    ExpectFailure(1, "bootweave-analyze: block 1 is a run of daemons, which have no chain\n",
+                  Run(kDaemons, {"critical-chain", "--boot=last"}));
+}
+
 }  // namespace
 }  // namespace bootweave

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <csignal>
 #include <cstdlib>
 #include <iostream>
 #include <string_view>
@@ -20,6 +21,9 @@ bool WantsColours() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Whoever starts this program may ignore child signals; waiting for a child would then never see its
+    // status.
+    ::signal(SIGCHLD, SIG_DFL);
     const bool terminal = ::isatty(STDOUT_FILENO) == 1;
     return bootweave::RunAnalyze(argc, argv, std::cout, std::cerr,
                                  {.aligned = terminal, .coloured = terminal && WantsColours()});

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <string_view>
 #include <system_error>
+#include <vector>
 
 #include <getopt.h>
 
@@ -53,6 +54,9 @@ AnalyzeCommand ParseCommand(std::string_view word) {
     if (word == "blame") {
         return AnalyzeCommand::kBlame;
     }
+    if (word == "critical-chain") {
+        return AnalyzeCommand::kCriticalChain;
+    }
     throw UsageException("unknown command '" + std::string(word) + "'; see --help");
 }
 
@@ -94,6 +98,21 @@ void Apply(int parsed, char** argv, AnalyzeOptions& options) {
     }
 }
 
+/// The words that are no options: a command, and for one of them a plugin.
+void ApplyWords(const std::vector<std::string>& words, AnalyzeOptions& options) {
+    if (words.empty()) {
+        return;
+    }
+    options.command = ParseCommand(words[0]);
+    std::size_t used = 1;
+    if (options.command == AnalyzeCommand::kCriticalChain && words.size() > used) {
+        options.plugin = words[used++];
+    }
+    if (words.size() > used) {
+        throw UsageException("a word too many: '" + words[used] + "'; see --help");
+    }
+}
+
 }  // namespace
 
 AnalyzeOptions ParseAnalyzeOptions(int argc, char** argv) {
@@ -108,12 +127,7 @@ AnalyzeOptions ParseAnalyzeOptions(int argc, char** argv) {
             return options;
         }
     }
-    if (::optind < argc) {
-        options.command = ParseCommand(argv[::optind]);
-    }
-    if (::optind + 1 < argc) {
-        throw UsageException("a word too many: '" + std::string(argv[::optind + 1]) + "'; see --help");
-    }
+    ApplyWords(std::vector<std::string>(argv + ::optind, argv + argc), options);
     return options;
 }
 

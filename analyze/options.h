@@ -2,8 +2,10 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 
+#include "driver/options.h"
 #include "driver/profiling_log.h"
 #include "util/exception.h"
 
@@ -20,6 +22,7 @@ enum class AnalyzeCommand {
     kHelp,
     kTime,
     kBlame,
+    kCriticalChain,
 };
 
 /// Which block of the log a report is about.
@@ -38,7 +41,8 @@ struct AnalyzeOptions {
     AnalyzeCommand command = AnalyzeCommand::kTime;
     std::string profile = kProfilingLogPath;
     BlockChoice block{};
-    std::string plugin_directory{};  ///< empty is the host's own
+    std::string plugin_directory = DriverOptions().plugin_directory;
+    std::optional<std::string> plugin{};  ///< that critical-chain is about; nothing is the last to end
     bool json = false;
 };
 

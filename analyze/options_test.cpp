@@ -33,7 +33,8 @@ TEST(AnalyzeOptionsTest, WithoutAWordItIsTheTimeOfTheLastBoot) {
     EXPECT_EQ(AnalyzeCommand::kTime, options.command);
     EXPECT_EQ("/var/log/sysboot.log", options.profile);
     EXPECT_EQ(BlockChoice::Which::kLastBoot, options.block.which);
-    EXPECT_EQ("", options.plugin_directory);
+    EXPECT_EQ("/usr/libexec/bootweave/plugins", options.plugin_directory);
+    EXPECT_EQ(std::nullopt, options.plugin);
     EXPECT_FALSE(options.json);
 }
 
@@ -58,6 +59,13 @@ TEST(AnalyzeOptionsTest, TheBlockIsAWordOrANumberFromOne) {
     EXPECT_EQ("--boot takes 'boot', 'last' or a number from 1, not '1x'; see --help", ErrorOf({"--boot=1x"}));
     EXPECT_EQ("--boot takes 'boot', 'last' or a number from 1, not '-1'; see --help",
               ErrorOf({"--boot", "-1"}));
+}
+
+TEST(AnalyzeOptionsTest, ACriticalChainMayBeThatOfOnePlugin) {
+    EXPECT_EQ(AnalyzeCommand::kCriticalChain, Parse({"critical-chain"}).command);
+    EXPECT_EQ(std::nullopt, Parse({"critical-chain"}).plugin);
+    EXPECT_EQ("storage", Parse({"critical-chain", "storage"}).plugin);
+    EXPECT_EQ("a word too many: 'b'; see --help", ErrorOf({"critical-chain", "a", "b"}));
 }
 
 TEST(AnalyzeOptionsTest, HelpEndsTheParsing) {

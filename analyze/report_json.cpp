@@ -103,4 +103,19 @@ void WriteBlameJson(std::ostream& out, const ChosenRun& run) {
     out << json::serialize(report) << "\n";
 }
 
+void WriteChainJson(std::ostream& out, const ChosenRun& run, const std::vector<ChainLink>& chain) {
+    json::array plugins;
+    for (const ChainLink& link : chain) {
+        plugins.push_back(json::object{{"name", Utf8(link.plugin.name)},
+                                       {"start", Stamp(link.plugin.start)},
+                                       {"end", Stamp(link.plugin.end)},
+                                       {"taken_us", link.plugin.taken().count()},
+                                       {"at_us", Count(link.at)},
+                                       {"idle_us", Count(link.idle)}});
+    }
+    json::object report = ReportOn(run);
+    report["plugins"] = std::move(plugins);
+    out << json::serialize(report) << "\n";
+}
+
 }  // namespace bootweave

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <ostream>
+#include <vector>
 
 #include "analyze/report_text.h"
 
@@ -16,6 +17,9 @@
 ///         seed)
 /// blame:  profile, block, blocks, kind, plugins_us,
 ///         plugins (name, start, end, taken_us, share of plugins_us from 0 to 1), longest first
+///
+/// critical-chain:  profile, block, blocks, kind,
+///         plugins (name, start, end, taken_us, at_us, idle_us), what was waited for last
 
 namespace bootweave {
 
@@ -24,5 +28,8 @@ void WriteTimeJson(std::ostream& out, const ChosenRun& run);
 
 /// Writes the plugins that ran, longest first.
 void WriteBlameJson(std::ostream& out, const ChosenRun& run);
+
+/// Writes a chain.
+void WriteChainJson(std::ostream& out, const ChosenRun& run, const std::vector<ChainLink>& chain);
 
 }  // namespace bootweave

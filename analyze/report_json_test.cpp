@@ -22,19 +22,19 @@ constexpr const char* kBoot =
     " Interactive Mode: 0\n"
     " Random Seed: -5\n";
 
-ChosenRun Run(const std::string& text) {
+ChosenRun RunOf(const std::string& text) {
     return {"/log", 1, 1, ParseBootProfile(text).blocks.at(0)};
 }
 
 std::string Time(const std::string& text) {
     std::ostringstream out;
-    WriteTimeJson(out, Run(text));
+    WriteTimeJson(out, RunOf(text));
     return out.str();
 }
 
 std::string BlameOf(const std::string& text) {
     std::ostringstream out;
-    WriteBlameJson(out, Run(text));
+    WriteBlameJson(out, RunOf(text));
     return out.str();
 }
 
@@ -66,6 +66,17 @@ TEST(ReportJsonTest, BlameHasThePluginsThatRanAndIsUtf8WhateverTheirNames) {
               R"("taken_us":250000,"share":2.5E-1}]})"
               "\n",
               BlameOf(kBoot));
+}
+
+TEST(ReportJsonTest, AChainHasThePluginsInItsOrder) {
+    const ProfileBlock block = ParseBootProfile(kBoot).blocks.at(0);
+    std::ostringstream out;
+    WriteChainJson(out, RunOf(kBoot), {{block.plugins[0], Duration(250'000), std::nullopt}});
+    EXPECT_EQ(R"({"profile":"/log","block":1,"blocks":1,"kind":"boot","plugins":[)"
+              R"({"name":"\"net\"","start":"2026-11-15 15:00:00.250000","end":"2026-11-15 15:00:00.500000",)"
+              R"("taken_us":250000,"at_us":250000,"idle_us":null}]})"
+              "\n",
+              out.str());
 }
 
 }  // namespace

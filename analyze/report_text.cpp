@@ -58,6 +58,10 @@ std::string FormatInstant(const std::optional<Instant>& instant) {
         {.tv_sec = whole.time_since_epoch().count(), .tv_usec = (*instant - whole).count()});
 }
 
+std::string FormatKnown(const std::optional<Duration>& duration) {
+    return duration.has_value() ? FormatDuration(*duration) : kUnknown;
+}
+
 std::string FormatPlugins(std::size_t count) {
     return std::to_string(count) + (count == 1 ? " plugin" : " plugins");
 }
@@ -141,6 +145,30 @@ void WriteBlameText(std::ostream& out, const ChosenRun& run, const TextStyle& st
                 << Padding(kShareWidth, percent) << percent << "  " << plugin.name << "\n";
         } else {
             out << time << "\t" << percent << "\t" << plugin.name << "\n";
+        }
+    }
+}
+
+void WriteChainText(std::ostream& out, const ChosenRun& run, const std::vector<ChainLink>& chain,
+                    const TextStyle& style) {
+    constexpr std::size_t kWidth = 14;
+    constexpr std::string_view kAt = "AT";
+    constexpr std::string_view kTime = "TIME";
+    constexpr std::string_view kIdle = "IDLE";
+    if (style.aligned) {
+        WriteTitle(out, run, style);
+        out << Padding(kWidth, kAt) << kAt << Padding(kWidth, kTime) << kTime << Padding(kWidth, kIdle)
+            << kIdle << "  PLUGIN\n";
+    }
+    for (const ChainLink& link : chain) {
+        const std::string at = FormatKnown(link.at);
+        const std::string time = FormatDuration(link.plugin.taken());
+        const std::string idle = FormatKnown(link.idle);
+        if (style.aligned) {
+            out << Padding(kWidth, at) << at << Padding(kWidth, time) << Coloured(time, kBold, style)
+                << Padding(kWidth, idle) << idle << "  " << link.plugin.name << "\n";
+        } else {
+            out << at << "\t" << time << "\t" << idle << "\t" << link.plugin.name << "\n";
         }
     }
 }

@@ -4,8 +4,10 @@
 #include <cstddef>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "analyze/boot_profile.h"
+#include "analyze/critical_chain.h"
 
 /// \file
 /// The reports for people, and for programs that read lines.
@@ -34,5 +36,9 @@ void WriteTimeText(std::ostream& out, const ChosenRun& run, const TextStyle& sty
 
 /// Writes the plugins that ran, longest first: time taken, share of the sum in percent, name.
 void WriteBlameText(std::ostream& out, const ChosenRun& run, const TextStyle& style);
+
+/// Writes a chain: when each plugin began, from the run's start; time taken; idle time before it; name.
+void WriteChainText(std::ostream& out, const ChosenRun& run, const std::vector<ChainLink>& chain,
+                    const TextStyle& style);
 
 }  // namespace bootweave

@@ -125,5 +125,27 @@ TEST(ReportTextTest, ColoursMarkWhatTookATenthOrMore) {
         BlameOf(kBoot, kInColour));
 }
 
+std::string ChainOf(const TextStyle& style) {
+    const ProfileBlock block = ParseBootProfile(kBoot).blocks.at(0);
+    std::ostringstream out;
+    WriteChainText(out, Run(kBoot),
+                   {{block.plugins[1], Duration(99'877), Duration(42)}, {block.plugins[0], {}, {}}}, style);
+    return out.str();
+}
+
+TEST(ReportTextTest, AChainHasBeginTimeAndIdleTimeOfEachPlugin) {
+    EXPECT_EQ(
+        "Block 2 of 3 in /log: boot\n"
+        "\n"
+        "            AT          TIME          IDLE  PLUGIN\n"
+        "      99.877ms        1.249s          42us  storage\n"
+        "       unknown     100.000ms       unknown  network\n",
+        ChainOf(kForPeople));
+    EXPECT_EQ(
+        "99.877ms\t1.249s\t42us\tstorage\n"
+        "unknown\t100.000ms\tunknown\tnetwork\n",
+        ChainOf(kForPrograms));
+}
+
 }  // namespace
 }  // namespace bootweave

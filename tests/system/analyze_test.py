@@ -7,9 +7,12 @@ import os
 import pty
 import re
 
-from harness import File, SystemTest, plugin
+from harness import PLUGINS, File, SystemTest, plugin
 from init_scripts import PROFILE, init_scripts
+from native_build import native
+from sample_plugins import read_document
 
+_SAMPLE_HOST = os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", "..", "examples", "host")
 _ANALYZE = "/usr/bin/bootweave-analyze"
 _ENTRY = re.compile(r"\[(.{26}) - (.{26})\] (?:sysboot|daemon): (.*)")
 _NEVER = "1970-01-01 00:00:00.000000"
@@ -38,6 +41,24 @@ def _taken(profile):
     entries = (_ENTRY.fullmatch(line) for line in profile.splitlines())
     return [(entry[3], _microseconds(entry[1], entry[2])) for entry in entries
             if entry and (entry[1], entry[2]) != (_NEVER, _NEVER)]
+
+
+def _injections():
+    """What the debug injections of the sample host require and provide, by name."""
+    with open(os.path.join(_SAMPLE_HOST, "root/etc/corvane/bootweave/debug.conf"), encoding="utf-8") as file:
+        fields = [line.split(":") for line in file if line.count(":") == 3]
+    return {name: {"requires": re.split(", *", required), "provides": re.split(", *", provided)}
+            for name, required, provided, _ in fields}
+
+
+def _metadata(name):
+    """What a plugin of the sample host says of itself."""
+    if name in _injections():
+        return _injections()[name]
+    try:
+        return read_document(f"{name}.json")["metadata"]
+    except FileNotFoundError:
+        return read_document(f"{name}.so")["metadata"]
 
 
 def _number(profile, pattern):
@@ -76,6 +97,22 @@ class SampleHostTest(SystemTest):
         self.assertAlmostEqual(1, sum(entry["share"] for entry in report["plugins"]), places=6)
 
 
+    def test_the_critical_chain_goes_back_over_what_each_plugin_required(self):
+        report, profile = self._report("critical-chain")
+        entries = (_ENTRY.fullmatch(line) for line in profile.splitlines())
+        ends = {entry[3]: _instant(entry[2]) for entry in entries if entry}
+        documents = {name: _metadata(name) for name in ends}
+        expected = [max(ends, key=ends.get)]
+        while True:
+            required = set(documents[expected[-1]]["requires"])
+            providers = [name for name in ends if required.intersection(documents[name]["provides"])]
+            if not providers:
+                break
+            expected.append(max(providers, key=ends.get))
+        self.assertGreater(len(expected), 3)
+        self.assertEqual(expected, [entry["name"] for entry in report["plugins"]])
+
+
 class BlockTest(SystemTest):
     """Which run a report is about."""
 
@@ -92,6 +129,22 @@ class BlockTest(SystemTest):
     def test_daemon_runs_are_blocks_of_their_own_and_can_be_chosen(self):
         self.assertEqual([(1, 3, "boot"), (3, 3, "daemon"), (2, 3, "daemon"), (1, 3, "boot")],
                          self._kinds("", "--boot=last", "--boot=2", "--boot=boot"))
+
+
+class NativePluginTest(SystemTest):
+    """Native plugins, whose metadata only the reader program can read."""
+
+    def test_without_the_reader_the_chain_ends_at_a_native_plugin_with_a_warning(self):
+        host = self.host(plugin("a", provides=["x"]), native("b", requires=["x"]))
+        reader, library = "/usr/lib/corvane/bootweave/nativeReader", f"{PLUGINS}/b.so"
+        script = f"""bootweave >/dev/null && {_ANALYZE} critical-chain && rm {reader} &&
+            exec {_ANALYZE} critical-chain"""
+        end = host.shell(script)
+        self.assertEqual(0, end.status)
+        self.assertEqual(["b", "a", "b"], [line.split("\t")[-1] for line in end.stdout.splitlines()])
+        self.assertEqual("bootweave-analyze: b: what it waited for is unknown: "
+                         f"plugin `{library}' is invalid: "
+                         "metadata reader failed to spawn: No such file or directory\n", end.stderr)
 
 
 class TextTest(SystemTest):

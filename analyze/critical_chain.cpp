@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "analyze/critical_chain.h"
+
+#include <algorithm>
+#include <numeric>
+
+#include "util/exception.h"
+
+namespace bootweave {
+namespace {
+
+/// Of these plugins that ran the one that ended last; of several the first.
+std::optional<std::size_t> LastToEnd(const ProfileBlock& block, const std::vector<std::size_t>& indices) {
+    std::optional<std::size_t> last;
+    for (const std::size_t index : indices) {
+        if (block.plugins[index].ran() &&
+            (!last.has_value() || block.plugins[index].end > block.plugins[*last].end)) {
+            last = index;
+        }
+    }
+    return last;
+}
+
+std::size_t Target(const ProfileBlock& block, const std::optional<std::string>& name) {
+    std::vector<std::size_t> indices(block.plugins.size());
+    std::iota(indices.begin(), indices.end(), std::size_t{0});
+    if (name.has_value()) {
+        std::erase_if(indices, [&](std::size_t index) { return block.plugins[index].name != *name; });
+        if (indices.empty()) {
+            throw Exception("the profile has no plugin " + *name);
+        }
+    }
+    const std::optional<std::size_t> target = LastToEnd(block, indices);
+    if (!target.has_value()) {
+        throw Exception(name.has_value() ? *name + " did not run" : "no plugin ran");
+    }
+    return *target;
+}
+
+std::optional<Duration> Since(const std::optional<Instant>& earlier, Instant later) {
+    if (!earlier.has_value()) {
+        return std::nullopt;
+    }
+    return std::max(Duration(0), later - *earlier);  // the clock may have been set back
+}
+
+}  // namespace
+
+std::vector<ChainLink> CriticalChain(const ProfileBlock& block,
+                                     const std::vector<std::vector<std::size_t>>& providers,
+                                     const std::optional<std::string>& name) {
+    std::vector<ChainLink> chain;
+    std::vector<bool> met(block.plugins.size());
+    std::optional<std::size_t> next = Target(block, name);
+    // Files that were edited since may require each other in a circle.
+    while (next.has_value() && !met[*next]) {
+        met[*next] = true;
+        const PluginTimes& plugin = block.plugins[*next];
+        next = LastToEnd(block, providers[*next]);
+        const std::optional<Instant> ready = next.has_value() ? block.plugins[*next].end : block.start;
+        chain.push_back({plugin, Since(block.start, plugin.start), Since(ready, plugin.start)});
+    }
+    return chain;
+}
+
+}  // namespace bootweave

@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "analyze/critical_chain.h"
+
+#include <chrono>
+
+#include "gmock/gmock.h"
+#include "util/exception.h"
+
+namespace bootweave {
+namespace {
+
+using testing::ElementsAre;
+
+constexpr Instant kBegin{std::chrono::hours(24)};
+using Providers = std::vector<std::vector<std::size_t>>;
+
+PluginTimes Ran(const char* name, int from, int to) {
+    return {name, kBegin + Duration(from), kBegin + Duration(to)};
+}
+
+/// 0 a, 1 b, 2 c that waited for both, 3 d that did not run, 4 e that waited for none.
+ProfileBlock Block() {
+    ProfileBlock block;
+    block.start = kBegin;
+    block.plugins = {Ran("a", 5, 10), Ran("b", 6, 50), Ran("c", 57, 60), {"d", {}, {}}, Ran("e", 0, 20)};
+    return block;
+}
+const Providers kProviders{{}, {0}, {0, 1, 3}, {0}, {3}};
+
+std::string Shown(const std::optional<Duration>& duration) {
+    return duration.has_value() ? std::to_string(duration->count()) : "-";
+}
+
+/// Each link as "NAME AT IDLE".
+std::vector<std::string> Chain(const ProfileBlock& block, const Providers& providers,
+                               const std::optional<std::string>& name = {}) {
+    std::vector<std::string> links;
+    for (const ChainLink& link : CriticalChain(block, providers, name)) {
+        links.push_back(link.plugin.name + " " + Shown(link.at) + " " + Shown(link.idle));
+    }
+    return links;
+}
+
+std::string ErrorOf(const ProfileBlock& block, const std::optional<std::string>& name) {
+    try {
+        static_cast<void>(CriticalChain(block, Providers(block.plugins.size()), name));
+    } catch (const Exception& exception) {
+        return exception.what();
+    }
+    return "";
+}
+
+TEST(CriticalChainTest, ItGoesFromTheLastToEndOverTheProvidersThatEndedLast) {
+    // b began before a ended: that is no wait.
+    EXPECT_THAT(Chain(Block(), kProviders), ElementsAre("c 57 7", "b 6 0", "a 5 5"));
+}
+
+TEST(CriticalChainTest, ItMayBeginWithAnyPluginThatRan) {
+    EXPECT_THAT(Chain(Block(), kProviders, "b"), ElementsAre("b 6 0", "a 5 5"));
+    EXPECT_THAT(Chain(Block(), kProviders, "e"), ElementsAre("e 0 0"));
+}
+
+TEST(CriticalChainTest, ACircleEndsIt) {
+    EXPECT_THAT(Chain(Block(), {{1}, {0}, {1}, {}, {}}), ElementsAre("c 57 7", "b 6 0", "a 5 0"));
+    EXPECT_THAT(Chain(Block(), {{}, {}, {2}, {}, {}}), ElementsAre("c 57 0"));
+}
+
+TEST(CriticalChainTest, WithoutTheRunsStartTheFirstWaitIsUnknown) {
+    ProfileBlock block = Block();
+    block.start.reset();
+    EXPECT_THAT(Chain(block, kProviders), ElementsAre("c - 7", "b - 0", "a - -"));
+}
+
+TEST(CriticalChainTest, APluginThatIsNotThereOrDidNotRunIsAnError) {
+    EXPECT_EQ("the profile has no plugin x", ErrorOf(Block(), "x"));
+    EXPECT_EQ("d did not run", ErrorOf(Block(), "d"));
+    EXPECT_EQ("no plugin ran", ErrorOf(ProfileBlock(), {}));
+}
+
+}  // namespace
+}  // namespace bootweave

@@ -171,14 +171,14 @@ class Parser {
     }
 
     bool TakeSettingsMark(std::string_view line) {
-        for (const auto& [mark, kind] : kSettingsMarks) {
-            if (line == mark) {
-                ContinueOrBegin(kind);
-                in_settings_ = true;
-                return true;
-            }
+        const auto* const found = std::find_if(kSettingsMarks.begin(), kSettingsMarks.end(),
+                                               [line](const auto& entry) { return line == entry.first; });
+        if (found == kSettingsMarks.end()) {
+            return false;
         }
-        return false;
+        ContinueOrBegin(found->second);
+        in_settings_ = true;
+        return true;
     }
 
     bool TakeSetting(std::string_view line) {

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdint>
 #include <string_view>
 #include <utility>
@@ -34,7 +35,7 @@ std::string Fixed(double value, int digits) {
     for (int digit = 0; digit < digits; ++digit) {
         unit *= 10;
     }
-    const auto number = static_cast<std::int64_t>(value * static_cast<double>(unit) + 0.5);
+    const std::int64_t number = std::llround(value * static_cast<double>(unit));
     const std::string rest = std::to_string(number % unit);
     return std::to_string(number / unit) + "." +
            std::string(static_cast<std::size_t>(digits) - rest.size(), '0') + rest;
@@ -46,7 +47,8 @@ std::string Coloured(std::string_view text, std::string_view colour, const TextS
 }
 
 std::string Padding(std::size_t width, std::string_view text) {
-    return std::string(width > text.size() ? width - text.size() : 0, ' ');
+    std::string padding(width > text.size() ? width - text.size() : 0, ' ');
+    return padding;
 }
 
 std::string FormatInstant(const std::optional<Instant>& instant) {

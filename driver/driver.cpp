@@ -177,7 +177,7 @@ class Driver {
         return true;
     }
 
-    void ActivatePlugins(const std::vector<Node*>& nodes, Executor& executor) {
+    void ActivatePlugins(const std::vector<Node*>& nodes, Executor& executor) const {
         MantleCtl::System::KernelProgressScreenImpl screen;
         screen.ProgressText("Activating Bootweave Plugins");
         screen.StatusText("");

@@ -111,7 +111,7 @@ class Node {
     void FinishLocked(Executor& executor, const Direction& direction) REQUIRES(g_process_lock);
 
     /// A number that no earlier walk over nodes has had.
-    [[nodiscard]] static std::uint64_t NextWalkLocked() REQUIRES(g_process_lock) { return ++last_walk_; }
+    [[nodiscard]] static std::uint64_t NextWalkLocked() REQUIRES(g_process_lock) { return ++g_last_walk; }
     std::uint32_t EnterLocked(const Direction& direction) REQUIRES(g_process_lock);
     void QueueLocked(const Direction& direction) REQUIRES(g_process_lock);
     std::uint32_t CountUnfinishedLocked(const Direction& direction) REQUIRES(g_process_lock);
@@ -132,7 +132,7 @@ class Node {
     std::string name_;
     ConditionVariable finished_;
 
-    static constinit inline std::uint64_t last_walk_ GUARDED_BY(g_process_lock) = 0;
+    static constinit inline std::uint64_t g_last_walk GUARDED_BY(g_process_lock) = 0;
 };
 
 /// One of the two ways through the graph.

@@ -24,7 +24,7 @@ Reports& ReportsLocked() REQUIRES(g_process_lock) {
 }  // namespace
 
 void StallWatch::WakeWhenStalledLocked() {
-    if (waiting_ == 0 || ReportsLocked().made) {
+    if (g_waiting == 0 || ReportsLocked().made) {
         return;
     }
     for (Node* node : ReportsLocked().awaited) {
@@ -42,7 +42,7 @@ StallWatch::Sleeper::~Sleeper() {
 }
 
 void StallWatch::Sleeper::ReportStallLocked() const {
-    if (waiting_ == 0 || active_ > 0 || ReportsLocked().made) {
+    if (g_waiting == 0 || g_active > 0 || ReportsLocked().made) {
         return;
     }
     const std::string circle = DescribeCircleLocked(node_, direction_);
@@ -93,8 +93,8 @@ std::vector<Node*> StallWatch::FindCircleLocked(Node& node, const Direction& dir
 void StallWatch::Reset() {
     const ProcessLockGuard lock;
     ReportsLocked() = Reports();
-    waiting_ = 0;
-    active_ = 0;
+    g_waiting = 0;
+    g_active = 0;
 }
 
 }  // namespace bootweave

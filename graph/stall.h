@@ -17,21 +17,21 @@ namespace bootweave {
 /// The process-wide count of nodes that wait and of nodes that are queued or running.
 class StallWatch {
   public:
-    static void NoteWaitingLocked() REQUIRES(g_process_lock) { ++waiting_; }
+    static void NoteWaitingLocked() REQUIRES(g_process_lock) { ++g_waiting; }
     static void NoteQueuedLocked(bool was_waiting) REQUIRES(g_process_lock) {
-        waiting_ -= was_waiting ? 1 : 0;
-        ++active_;
+        g_waiting -= was_waiting ? 1 : 0;
+        ++g_active;
     }
     /// Wakes the threads that wait when it was the last node that could run.
     static void NoteFinishedLocked() REQUIRES(g_process_lock) {
-        if (--active_ == 0) {
+        if (--g_active == 0) {
             WakeWhenStalledLocked();
         }
     }
     /// Whether a node waits for another one.
-    [[nodiscard]] static bool AnyWaitsLocked() REQUIRES(g_process_lock) { return waiting_ > 0; }
+    [[nodiscard]] static bool AnyWaitsLocked() REQUIRES(g_process_lock) { return g_waiting > 0; }
     /// `count` nodes left a queue without having run.
-    static void NoteDroppedLocked(std::size_t count) REQUIRES(g_process_lock) { active_ -= count; }
+    static void NoteDroppedLocked(std::size_t count) REQUIRES(g_process_lock) { g_active -= count; }
 
     /// A thread that waits for a node; lives while it does.
     class Sleeper {
@@ -62,8 +62,8 @@ class StallWatch {
     static std::vector<Node*> FindCircleLocked(Node& node, const Direction& direction)
         REQUIRES(g_process_lock);
 
-    static constinit inline std::size_t waiting_ GUARDED_BY(g_process_lock) = 0;
-    static constinit inline std::size_t active_ GUARDED_BY(g_process_lock) = 0;  // queued or running
+    static constinit inline std::size_t g_waiting GUARDED_BY(g_process_lock) = 0;
+    static constinit inline std::size_t g_active GUARDED_BY(g_process_lock) = 0;  // queued or running
 };
 
 }  // namespace bootweave

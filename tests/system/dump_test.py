@@ -191,7 +191,7 @@ class PlaceTest(SystemTest):
         self.assertEqual("", end.stderr)
         self.assertIn("] sysboot: a\n", end.read(PROFILE))
         self.assertEqual("end-auto-conf\ncleanup-boot-state\n", end.read("/run/store"))
-        self.assertEqual((NOTICE, "Executor has been Successfully Stopped"), end.said[-1])
+        self.assertIn((NOTICE, "Executor has been Successfully Stopped"), end.said)
         self.assertNotIn("digraph", end.stdout)
         return end
 

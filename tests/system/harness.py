@@ -182,7 +182,9 @@ class Ending:
 
     @property
     def said(self):
-        """(level, message) of all that the program sent to /dev/log, from each of its processes."""
+        """(level, message) of all that the program sent to /dev/log, from each of its processes.
+
+        The executor's own come at any time between the others."""
         return [(message.level, message.message) for message in self.syslog
                 if (message.facility, message.name) == (_DAEMON, "bootweave")]
 

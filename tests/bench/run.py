@@ -17,7 +17,7 @@ import charts
 _ROOT = os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", "..")
 _HOST = os.path.join(_ROOT, "scripts/lib/throwaway-host")
 _TOOLS = "/opt/bench"
-_PEERS = ("make", "ninja", "startpar")
+_PEERS = ("make", "ninja")
 
 # The most that a path may cost, relative to its floor: wall, CPU.
 _BOUNDS = {"json": (1.15, 1.20), "debug": (1.15, 1.15), "native": (1.15, 1.20), "daemon": (1.15, 1.20)}
@@ -34,7 +34,7 @@ class Bench:
         self._out = out
         self._pairs = pairs
         self._sizes = sizes
-        self._contenders = ["bootweave"] + [peer for peer in ("make", "ninja") if shutil.which(peer)]
+        self._contenders = ["bootweave"] + [peer for peer in _PEERS if shutil.which(peer)]
         self.results = {"machine": _machine(), "absent": [peer for peer in _PEERS if not shutil.which(peer)]}
         self.tables = []
         os.makedirs(out, exist_ok=True)

@@ -44,21 +44,46 @@ std::optional<Duration> Since(const std::optional<Instant>& earlier, Instant lat
     return std::max(Duration(0), later - *earlier);  // the clock may have been set back
 }
 
+/// The barrier that held a plugin up longest, and the plugin that did.
+struct Wait {
+    std::size_t barrier;
+    std::size_t provider;
+};
+
+std::optional<Wait> LongestWait(const ProfileBlock& block, const RunGraph& graph, std::size_t plugin) {
+    std::optional<Wait> longest;
+    for (const std::size_t barrier : graph.plugins[plugin].required) {
+        const std::optional<std::size_t> last = LastToEnd(block, graph.barriers[barrier].providers);
+        if (last.has_value() &&
+            (!longest.has_value() || block.plugins[*last].end > block.plugins[longest->provider].end)) {
+            longest = {barrier, *last};
+        }
+    }
+    return longest;
+}
+
 }  // namespace
 
-std::vector<ChainLink> CriticalChain(const ProfileBlock& block,
-                                     const std::vector<std::vector<std::size_t>>& providers,
+std::vector<ChainLink> CriticalChain(const ProfileBlock& block, const RunGraph& graph,
                                      const std::optional<std::string>& name) {
     std::vector<ChainLink> chain;
     std::vector<bool> met(block.plugins.size());
-    std::optional<std::size_t> next = Target(block, name);
+    std::size_t next = Target(block, name);
     // Files that were edited since may require each other in a circle.
-    while (next.has_value() && !met[*next]) {
-        met[*next] = true;
-        const PluginTimes& plugin = block.plugins[*next];
-        next = LastToEnd(block, providers[*next]);
-        const std::optional<Instant> ready = next.has_value() ? block.plugins[*next].end : block.start;
-        chain.push_back({plugin, Since(block.start, plugin.start), Since(ready, plugin.start)});
+    while (!met[next]) {
+        met[next] = true;
+        const PluginTimes& plugin = block.plugins[next];
+        const std::optional<Wait> wait = LongestWait(block, graph, next);
+        const std::optional<Instant> ready =
+            wait.has_value() ? block.plugins[wait->provider].end : block.start;
+        chain.push_back({next, Since(block.start, plugin.start), Since(ready, plugin.start), {}});
+        if (!wait.has_value()) {
+            break;
+        }
+        next = wait->provider;
+        if (!met[next]) {
+            chain.back().barrier = wait->barrier;
+        }
     }
     return chain;
 }

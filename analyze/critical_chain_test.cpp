@@ -31,19 +31,34 @@ std::string Shown(const std::optional<Duration>& duration) {
     return duration.has_value() ? std::to_string(duration->count()) : "-";
 }
 
+/// A graph with a barrier for each edge.
+RunGraph GraphOf(const Providers& providers) {
+    RunGraph graph;
+    graph.plugins.resize(providers.size());
+    for (std::size_t index = 0; index < providers.size(); ++index) {
+        for (const std::size_t provider : providers[index]) {
+            graph.plugins[index].required.push_back(graph.barriers.size());
+            graph.plugins[provider].provided.push_back(graph.barriers.size());
+            graph.barriers.push_back(
+                {std::to_string(provider) + ">" + std::to_string(index), {provider}, {index}});
+        }
+    }
+    return graph;
+}
+
 /// Each link as "NAME AT IDLE".
 std::vector<std::string> Chain(const ProfileBlock& block, const Providers& providers,
                                const std::optional<std::string>& name = {}) {
     std::vector<std::string> links;
-    for (const ChainLink& link : CriticalChain(block, providers, name)) {
-        links.push_back(link.plugin.name + " " + Shown(link.at) + " " + Shown(link.idle));
+    for (const ChainLink& link : CriticalChain(block, GraphOf(providers), name)) {
+        links.push_back(block.plugins[link.plugin].name + " " + Shown(link.at) + " " + Shown(link.idle));
     }
     return links;
 }
 
 std::string ErrorOf(const ProfileBlock& block, const std::optional<std::string>& name) {
     try {
-        static_cast<void>(CriticalChain(block, Providers(block.plugins.size()), name));
+        static_cast<void>(CriticalChain(block, GraphOf(Providers(block.plugins.size())), name));
     } catch (const Exception& exception) {
         return exception.what();
     }
@@ -58,6 +73,25 @@ TEST(CriticalChainTest, ItGoesFromTheLastToEndOverTheProvidersThatEndedLast) {
 TEST(CriticalChainTest, ItMayBeginWithAnyPluginThatRan) {
     EXPECT_THAT(Chain(Block(), kProviders, "b"), ElementsAre("b 6 0", "a 5 5"));
     EXPECT_THAT(Chain(Block(), kProviders, "e"), ElementsAre("e 0 0"));
+}
+
+TEST(CriticalChainTest, ALinkNamesTheBarrierThatItWaitedAt) {
+    const RunGraph graph = GraphOf(kProviders);
+    const std::vector<ChainLink> chain = CriticalChain(Block(), graph, {});
+    ASSERT_EQ(3U, chain.size());
+    EXPECT_EQ("1>2", graph.barriers[chain[0].barrier.value()].name);
+    EXPECT_EQ("0>1", graph.barriers[chain[1].barrier.value()].name);
+    EXPECT_EQ(std::nullopt, chain[2].barrier);
+}
+
+TEST(CriticalChainTest, OfSeveralProvidersOfABarrierTheLastToEndCounts) {
+    RunGraph graph;
+    graph.plugins.resize(5);
+    graph.plugins[2].required = {0};
+    graph.barriers = {{"x", {0, 1, 3, 4}, {2}}};
+    const std::vector<ChainLink> chain = CriticalChain(Block(), graph, {});
+    ASSERT_EQ(2U, chain.size());
+    EXPECT_EQ(1U, chain[1].plugin);
 }
 
 TEST(CriticalChainTest, ACircleEndsIt) {

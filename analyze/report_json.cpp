@@ -5,33 +5,23 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include <boost/json.hpp>
 
 #include <sys/time.h>
 
 #include "analyze/timing.h"
+#include "analyze/utf8_text.h"
 #include "driver/profiling_log.h"
-#include "util/harmless_text.h"
 
 namespace bootweave {
 namespace {
 
 namespace json = boost::json;
 
-/// The text with U+FFFD for each byte that is no UTF-8: the log may hold any, JSON may not.
 json::string Utf8(std::string_view text) {
-    constexpr unsigned char kBeyondAscii = 0x80;
-    json::string result;
-    while (!text.empty()) {
-        std::size_t length = 1;
-        if (static_cast<unsigned char>(text.front()) >= kBeyondAscii) {
-            length = Utf8SequenceLength(text);
-        }
-        result.append(length == 0 ? std::string_view("\xEF\xBF\xBD") : text.substr(0, length));
-        text.remove_prefix(length == 0 ? 1 : length);
-    }
-    return result;
+    return json::string(Utf8Text(text));
 }
 
 json::value Stamp(const std::optional<Instant>& instant) {
@@ -103,15 +93,22 @@ void WriteBlameJson(std::ostream& out, const ChosenRun& run) {
     out << json::serialize(report) << "\n";
 }
 
-void WriteChainJson(std::ostream& out, const ChosenRun& run, const std::vector<ChainLink>& chain) {
+void WriteChainJson(std::ostream& out, const ChosenRun& run, const RunGraph& graph,
+                    const std::vector<ChainLink>& chain) {
     json::array plugins;
     for (const ChainLink& link : chain) {
-        plugins.push_back(json::object{{"name", Utf8(link.plugin.name)},
-                                       {"start", Stamp(link.plugin.start)},
-                                       {"end", Stamp(link.plugin.end)},
-                                       {"taken_us", link.plugin.taken().count()},
+        const PluginTimes& plugin = run.block.plugins[link.plugin];
+        json::value barrier;
+        if (link.barrier.has_value()) {
+            barrier = Utf8(graph.barriers[*link.barrier].name);
+        }
+        plugins.push_back(json::object{{"name", Utf8(plugin.name)},
+                                       {"start", Stamp(plugin.start)},
+                                       {"end", Stamp(plugin.end)},
+                                       {"taken_us", plugin.taken().count()},
                                        {"at_us", Count(link.at)},
-                                       {"idle_us", Count(link.idle)}});
+                                       {"idle_us", Count(link.idle)},
+                                       {"barrier", std::move(barrier)}});
     }
     json::object report = ReportOn(run);
     report["plugins"] = std::move(plugins);

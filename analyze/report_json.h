@@ -19,7 +19,8 @@
 ///         plugins (name, start, end, taken_us, share of plugins_us from 0 to 1), longest first
 ///
 /// critical-chain:  profile, block, blocks, kind,
-///         plugins (name, start, end, taken_us, at_us, idle_us), what was waited for last
+///         plugins (name, start, end, taken_us, at_us, idle_us, barrier: where it waited for the next one),
+///         what was waited for last
 
 namespace bootweave {
 
@@ -30,6 +31,7 @@ void WriteTimeJson(std::ostream& out, const ChosenRun& run);
 void WriteBlameJson(std::ostream& out, const ChosenRun& run);
 
 /// Writes a chain.
-void WriteChainJson(std::ostream& out, const ChosenRun& run, const std::vector<ChainLink>& chain);
+void WriteChainJson(std::ostream& out, const ChosenRun& run, const RunGraph& graph,
+                    const std::vector<ChainLink>& chain);
 
 }  // namespace bootweave

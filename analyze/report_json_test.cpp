@@ -69,12 +69,13 @@ TEST(ReportJsonTest, BlameHasThePluginsThatRanAndIsUtf8WhateverTheirNames) {
 }
 
 TEST(ReportJsonTest, AChainHasThePluginsInItsOrder) {
-    const ProfileBlock block = ParseBootProfile(kBoot).blocks.at(0);
+    RunGraph graph;
+    graph.barriers = {{"x", {}, {}}};
     std::ostringstream out;
-    WriteChainJson(out, RunOf(kBoot), {{block.plugins[0], Duration(250'000), std::nullopt}});
+    WriteChainJson(out, RunOf(kBoot), graph, {{0, Duration(250'000), std::nullopt, 0}});
     EXPECT_EQ(R"({"profile":"/log","block":1,"blocks":1,"kind":"boot","plugins":[)"
               R"({"name":"\"net\"","start":"2026-11-15 15:00:00.250000","end":"2026-11-15 15:00:00.500000",)"
-              R"("taken_us":250000,"at_us":250000,"idle_us":null}]})"
+              R"("taken_us":250000,"at_us":250000,"idle_us":null,"barrier":"x"}]})"
               "\n",
               out.str());
 }

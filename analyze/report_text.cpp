@@ -151,26 +151,34 @@ void WriteBlameText(std::ostream& out, const ChosenRun& run, const TextStyle& st
     }
 }
 
-void WriteChainText(std::ostream& out, const ChosenRun& run, const std::vector<ChainLink>& chain,
-                    const TextStyle& style) {
+void WriteChainText(std::ostream& out, const ChosenRun& run, const RunGraph& graph,
+                    const std::vector<ChainLink>& chain, const TextStyle& style) {
     constexpr std::size_t kWidth = 14;
     constexpr std::string_view kAt = "AT";
     constexpr std::string_view kTime = "TIME";
     constexpr std::string_view kIdle = "IDLE";
+    constexpr std::string_view kPlugin = "PLUGIN";
+    std::size_t name_width = kPlugin.size();
+    for (const ChainLink& link : chain) {
+        name_width = std::max(name_width, run.block.plugins[link.plugin].name.size());
+    }
     if (style.aligned) {
         WriteTitle(out, run, style);
         out << Padding(kWidth, kAt) << kAt << Padding(kWidth, kTime) << kTime << Padding(kWidth, kIdle)
-            << kIdle << "  PLUGIN\n";
+            << kIdle << "  " << kPlugin << Padding(name_width, kPlugin) << "  WAITED AT\n";
     }
     for (const ChainLink& link : chain) {
+        const PluginTimes& plugin = run.block.plugins[link.plugin];
         const std::string at = FormatKnown(link.at);
-        const std::string time = FormatDuration(link.plugin.taken());
+        const std::string time = FormatDuration(plugin.taken());
         const std::string idle = FormatKnown(link.idle);
+        const std::string barrier = link.barrier.has_value() ? graph.barriers[*link.barrier].name : "-";
         if (style.aligned) {
             out << Padding(kWidth, at) << at << Padding(kWidth, time) << Coloured(time, kBold, style)
-                << Padding(kWidth, idle) << idle << "  " << link.plugin.name << "\n";
+                << Padding(kWidth, idle) << idle << "  " << plugin.name << Padding(name_width, plugin.name)
+                << "  " << barrier << "\n";
         } else {
-            out << at << "\t" << time << "\t" << idle << "\t" << link.plugin.name << "\n";
+            out << at << "\t" << time << "\t" << idle << "\t" << plugin.name << "\t" << barrier << "\n";
         }
     }
 }

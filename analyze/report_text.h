@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstddef>
 #include <ostream>
 #include <string>
 #include <vector>
 
-#include "analyze/boot_profile.h"
+#include "analyze/chosen_run.h"
 #include "analyze/critical_chain.h"
+#include "analyze/run_graph.h"
 
 /// \file
 /// The reports for people, and for programs that read lines.
@@ -20,14 +20,6 @@ struct TextStyle {
     bool coloured = false;  ///< what matters stands out; only with `aligned`
 };
 
-/// The run that a report is about.
-struct ChosenRun {
-    std::string path;    ///< of the log
-    std::size_t number;  ///< of the block, from 1
-    std::size_t count;   ///< of blocks in the log
-    ProfileBlock block;
-};
-
 /// "850us", "12.345ms", "1.234s" or "2min 3.456s"; what is left over is cut off.
 [[nodiscard]] std::string FormatDuration(Duration duration);
 
@@ -37,8 +29,9 @@ void WriteTimeText(std::ostream& out, const ChosenRun& run, const TextStyle& sty
 /// Writes the plugins that ran, longest first: time taken, share of the sum in percent, name.
 void WriteBlameText(std::ostream& out, const ChosenRun& run, const TextStyle& style);
 
-/// Writes a chain: when each plugin began, from the run's start; time taken; idle time before it; name.
-void WriteChainText(std::ostream& out, const ChosenRun& run, const std::vector<ChainLink>& chain,
-                    const TextStyle& style);
+/// Writes a chain: when each plugin began, from the run's start; time taken; idle time before it; name; the
+/// barrier at which it waited for the next one, or "-".
+void WriteChainText(std::ostream& out, const ChosenRun& run, const RunGraph& graph,
+                    const std::vector<ChainLink>& chain, const TextStyle& style);
 
 }  // namespace bootweave

@@ -126,24 +126,24 @@ TEST(ReportTextTest, ColoursMarkWhatTookATenthOrMore) {
 }
 
 std::string ChainOf(const TextStyle& style) {
-    const ProfileBlock block = ParseBootProfile(kBoot).blocks.at(0);
+    RunGraph graph;
+    graph.barriers = {{"disks", {}, {}}};
     std::ostringstream out;
-    WriteChainText(out, Run(kBoot),
-                   {{block.plugins[1], Duration(99'877), Duration(42)}, {block.plugins[0], {}, {}}}, style);
+    WriteChainText(out, Run(kBoot), graph, {{1, Duration(99'877), Duration(42), 0}, {0, {}, {}, {}}}, style);
     return out.str();
 }
 
-TEST(ReportTextTest, AChainHasBeginTimeAndIdleTimeOfEachPlugin) {
+TEST(ReportTextTest, AChainHasBeginTimeAndIdleTimeOfEachPluginAndWhereItWaited) {
     EXPECT_EQ(
         "Block 2 of 3 in /log: boot\n"
         "\n"
-        "            AT          TIME          IDLE  PLUGIN\n"
-        "      99.877ms        1.249s          42us  storage\n"
-        "       unknown     100.000ms       unknown  network\n",
+        "            AT          TIME          IDLE  PLUGIN   WAITED AT\n"
+        "      99.877ms        1.249s          42us  storage  disks\n"
+        "       unknown     100.000ms       unknown  network  -\n",
         ChainOf(kForPeople));
     EXPECT_EQ(
-        "99.877ms\t1.249s\t42us\tstorage\n"
-        "unknown\t100.000ms\tunknown\tnetwork\n",
+        "99.877ms\t1.249s\t42us\tstorage\tdisks\n"
+        "unknown\t100.000ms\tunknown\tnetwork\t-\n",
         ChainOf(kForPrograms));
 }
 

@@ -141,7 +141,7 @@ class NativePluginTest(SystemTest):
             exec {_ANALYZE} critical-chain"""
         end = host.shell(script)
         self.assertEqual(0, end.status)
-        self.assertEqual(["b", "a", "b"], [line.split("\t")[-1] for line in end.stdout.splitlines()])
+        self.assertEqual(["b", "a", "b"], [line.split("\t")[3] for line in end.stdout.splitlines()])
         self.assertEqual("bootweave-analyze: b: what it waited for is unknown: "
                          f"plugin `{library}' is invalid: "
                          "metadata reader failed to spawn: No such file or directory\n", end.stderr)

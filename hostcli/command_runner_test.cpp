@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include <unistd.h>
+
 #include "gmock/gmock.h"
 #include "tests/support/fake_platform.h"
 #include "tests/support/temp_dir.h"
@@ -116,6 +118,24 @@ TEST_F(CommandRunnerTest, WhatTheFrameworkRaisesReachesTheCaller) {
     };
     EXPECT_THROW(RunCommandLine("a b", source), std::runtime_error);
     EXPECT_THAT(FakePlatform::log(), IsEmpty());
+}
+
+TEST_F(CommandRunnerTest, ACheckTellsWhatWouldKeepALineFromBeingRunAndRunsNothing) {
+    AddCommand("a.b", "touch " + results_.File("ran"));
+    const auto check = [this](const std::string& line) {
+        return CheckCommandLine(line, dispatcher_.get(), ::geteuid());
+    };
+    EXPECT_THAT(check("a b --x=1"), IsEmpty());
+    EXPECT_THAT(check("a c"), ElementsAre("unknown command: a c"));
+    EXPECT_THAT(check("a/b --1"), ElementsAre("invalid command word 'a/b'", "invalid option '--1'"));
+    EXPECT_THAT(check(""), ElementsAre("empty command"));
+    EXPECT_THAT(results_.Names(), IsEmpty());
+    EXPECT_THAT(FakePlatform::log(), IsEmpty());
+}
+
+TEST_F(CommandRunnerTest, ACheckWithoutADispatcherLooksAtTheLineOnly) {
+    EXPECT_THAT(CheckCommandLine("a c", nullptr, ::geteuid()), IsEmpty());
+    EXPECT_THAT(CheckCommandLine("a 'c", nullptr, ::geteuid()), ElementsAre("unterminated quote"));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "hostcli/control_socket.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include <poll.h>
@@ -48,6 +49,10 @@ bool PauseWhenExhausted(int error) {
     ::poll(nullptr, 0, kPause);
     errno = saved;
     return true;
+}
+
+std::string ReceivedRequest(const std::string& request) {
+    return request.substr(0, std::min(request.find('\0'), kLargestRequest));
 }
 
 bool IsStopRequest(const std::string& request) {

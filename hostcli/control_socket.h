@@ -65,6 +65,9 @@ auto RepeatWhenExhausted(Call call) {
     return result;
 }
 
+/// What the executor makes of a request: what is in front of its first NUL, as far as it fits.
+[[nodiscard]] std::string ReceivedRequest(const std::string& request);
+
 /// Whether a request asks the executor to stop.
 [[nodiscard]] bool IsStopRequest(const std::string& request);
 

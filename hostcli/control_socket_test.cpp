@@ -53,6 +53,14 @@ TEST_F(ControlSocketTest, RequestsThatStartWithStopInAnyCaseAreStopRequests) {
     }
 }
 
+TEST_F(ControlSocketTest, OfARequestTheExecutorGets1023BytesAndNothingBehindANul) {
+    EXPECT_EQ("a b", ReceivedRequest("a b"));
+    EXPECT_EQ("", ReceivedRequest(""));
+    EXPECT_EQ("a", ReceivedRequest(std::string("a\0b", 3)));
+    EXPECT_EQ(std::string(1023, 'x'), ReceivedRequest(std::string(1023, 'x')));
+    EXPECT_EQ(std::string(1023, 'x'), ReceivedRequest(std::string(1024, 'x')));
+}
+
 TEST_F(ControlSocketTest, SendAllSendsMoreThanTheSocketHolds) {
     const int small = 4096;
     ASSERT_EQ(0, ::setsockopt(near_.get(), SOL_SOCKET, SO_SNDBUF, &small, sizeof small));

@@ -1,21 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "hostcli/dispatcher.h"
 
-#include <array>
 #include <exception>
 
 #include "platform/log.h"
 
 namespace bootweave {
 namespace {
-
-/// In the order of look-up: the first directory that has a command answers it.
-constexpr std::array kCommandDirectories{
-    "/usr/lib/corvane/hostcli",
-    "/usr/lib/corvane/hostcli/int",
-    "/usr/lib/corvane/hostcli/int/ext",
-    "/usr/lib/corvane/hostcli/ext",
-};
 
 // Not a static of the function below: its first call comes in a forked child, where registering a destructor
 // could wait for a lock that another thread of the parent held.

@@ -1,13 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <array>
 #include <memory>
 
 #include "platform/cmdgen.h"
 
 namespace bootweave {
 
-/// The host's command dispatcher, with the directories that hold the host management commands.
+/// The directories that hold the host management commands, in the order of look-up: the first one that has a
+/// command answers it.
+inline constexpr std::array kCommandDirectories{
+    "/usr/lib/corvane/hostcli",
+    "/usr/lib/corvane/hostcli/int",
+    "/usr/lib/corvane/hostcli/int/ext",
+    "/usr/lib/corvane/hostcli/ext",
+};
+
+/// The host's command dispatcher, with the directories of its commands.
 ///
 /// Lives in the executor process only, on its event-loop thread: no lock guards it.
 class HostcliDispatcher : public Plinth::Cmdgen::Dispatcher {

@@ -129,7 +129,7 @@ std::optional<std::string> ReceiveRequest(const UniqueFd& connection) {
         Log_Level(3, "Failed to read message from socket - %s\n\n", LastErrorText().c_str());
         return std::nullopt;
     }
-    return std::string(buffer.data());
+    return ReceivedRequest(buffer.data());
 }
 
 /// Closes a connection that there was no descriptor left for, so that its client fails instead of waiting for

@@ -41,6 +41,10 @@ std::string Join(const std::list<std::string>& words, char separator) {
     return joined;
 }
 
+std::string UnknownCommand(const CommandInput& input) {
+    return "unknown command: " + Join(input.path(), ' ');
+}
+
 /// The words come from whoever filled the input: one that no parser let through must not name a file
 /// elsewhere.
 bool IsCommandPath(const std::list<std::string>& path) {
@@ -58,8 +62,15 @@ std::optional<CommandFile> FindCommand(const std::vector<std::string>& directori
     return std::nullopt;
 }
 
-std::vector<std::string> Arguments(const CommandFile& file, const CommandInput& input) {
-    std::vector<std::string> arguments{file.path()};
+/// Whether a process of `user` finds such a file, in the same order.
+bool HasCommand(const std::vector<std::string>& directories, const std::string& name, uid_t user) {
+    return std::any_of(directories.begin(), directories.end(), [&](const std::string& directory) {
+        return CommandFile::IsTrustedBy(user, directory, name);
+    });
+}
+
+std::vector<std::string> Arguments(const std::string& program, const CommandInput& input) {
+    std::vector<std::string> arguments{program};
     for (const auto& [name, value] : input.parameters()) {
         std::string& argument = arguments.emplace_back("--");
         argument.append(name).append("=").append(value);
@@ -78,7 +89,7 @@ CapturedRun Run(const CommandFile& file, const CommandInput& input, const std::s
     }
     bootweave::SpawnOptions options;
     options.path = file.exec_path();
-    options.argv = Arguments(file, input);
+    options.argv = Arguments(file.path(), input);
     options.environment = {"PATH=/usr/sbin:/usr/bin:/sbin:/bin", "HOSTCLI_DISPATCHER=" + input.dispatcher(),
                            "HOSTCLI_COMMAND=" + name};
     options.descriptors = {{null_device.get(), STDIN_FILENO}, {STDOUT_FILENO, STDOUT_FILENO}};
@@ -131,7 +142,7 @@ void Dispatcher::ExecuteCommand(std::shared_ptr<CommandInput> input, std::shared
         const bool nameable = IsCommandPath(input->path());
         const auto file = nameable ? FindCommand(directories_, name) : std::nullopt;
         if (!file.has_value()) {
-            output->AddError("unknown command: " + Join(input->path(), ' '));
+            output->AddError(UnknownCommand(*input));
             return;
         }
         const CapturedRun result = Run(*file, *input, name);
@@ -140,6 +151,19 @@ void Dispatcher::ExecuteCommand(std::shared_ptr<CommandInput> input, std::shared
         }
     } catch (const Exception& reason) {
         output->AddError(name + ": " + reason.what());
+    }
+}
+
+void Dispatcher::CheckCommand(const CommandInput& input, uid_t user, CommandOutput& output) const {
+    const std::string name = Join(input.path(), '.');
+    try {
+        if (!IsCommandPath(input.path()) || !HasCommand(directories_, name, user)) {
+            output.AddError(UnknownCommand(input));
+            return;
+        }
+        static_cast<void>(Arguments(name, input));
+    } catch (const Exception& reason) {
+        output.AddError(name + ": " + reason.what());
     }
 }
 

@@ -49,6 +49,19 @@ class CommandDispatcherTest : public testing::Test {
         return output->GetErrors();
     }
 
+    /// What keeps the command from being started by a process of `user`.
+    [[nodiscard]] Errors Check(Words path, const Parameters& parameters = {},
+                               uid_t user = ::geteuid()) const {
+        CommandInput input;
+        CommandOutput output;
+        input.SetCommandPath(path);
+        for (const auto& [name, value] : parameters) {
+            input.AddParameter(name, value);
+        }
+        dispatcher_.CheckCommand(input, user, output);
+        return output.GetErrors();
+    }
+
     /// Makes the command `name` a program that reports what it was started with.
     void MakeReporter(const std::string& name) const {
         std::filesystem::copy_file("/proc/self/exe", dir_.File(name));
@@ -275,6 +288,40 @@ TEST_F(CommandDispatcherTest, ARelativeDirectoryStaysWhereItWasWhenItWasAdded) {
     input->SetCommandPath(path);
     dispatcher.ExecuteCommand(input, output);
     EXPECT_THAT(output->GetErrors(), ElementsAre("exited with status 9"));
+}
+
+TEST_F(CommandDispatcherTest, ACheckRunsNothing) {
+    Script("net.ip.set", "echo ran > " + dir_.File("out"));
+    EXPECT_THAT(Check({"net", "ip", "set"}), IsEmpty());
+    EXPECT_THAT(dir_.Names(), ElementsAre("net.ip.set"));
+}
+
+TEST_F(CommandDispatcherTest, ACheckHasTheErrorsOfACommandThatIsNotStarted) {
+    const TempDir later;
+    later.WriteProgram("a.b", "#!/bin/sh\n");
+    dispatcher_.AddExternalDirectory(later.path());
+    dir_.WriteFile("a.b", "");
+    dir_.WriteProgram("zero", "#!/bin/sh\n");
+    const Parameters zero{{"x", std::string("a\0b", 3)}};
+    EXPECT_THAT(Check({"a", "b"}), ElementsAre("a.b: not a trusted executable"));
+    EXPECT_THAT(Check({"a", "b", "c"}), ElementsAre("unknown command: a b c"));
+    EXPECT_THAT(Check({"..", "b"}), ElementsAre("unknown command: .. b"));
+    EXPECT_THAT(Check({"zero"}, zero), ElementsAre("zero: Invalid argument"));
+    EXPECT_EQ(Execute({"a", "b"}), Check({"a", "b"}));
+    EXPECT_EQ(Execute({"a", "b", "c"}), Check({"a", "b", "c"}));
+    EXPECT_EQ(Execute({"zero"}, zero), Check({"zero"}, zero));
+}
+
+TEST_F(CommandDispatcherTest, ACheckTrustsWhomTheProcessWouldTrustThatRunsTheCommand) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "only root can give files away";
+    }
+    Script("a", "true");
+    EXPECT_THAT(Check({"a"}, {}, 1), IsEmpty());
+    ASSERT_EQ(0, ::chown(dir_.File("a").c_str(), 1, 1));
+    EXPECT_THAT(Check({"a"}, {}, 1), IsEmpty());
+    EXPECT_THAT(Check({"a"}, {}, 2), ElementsAre("a: not a trusted executable"));
+    EXPECT_THAT(Check({"a"}, {}, 0), ElementsAre("a: not a trusted executable"));
 }
 
 }  // namespace

@@ -30,22 +30,23 @@ UniqueFd OpenPath(int directory, const std::string& path, int flags) {
         RetryOnEintr([&] { return ::openat(directory, path.c_str(), O_PATH | O_CLOEXEC | flags); }));
 }
 
-bool IsTrustedOwner(uid_t owner) {
-    return owner == 0 || owner == ::geteuid();
+bool IsTrustedOwner(uid_t owner, uid_t user) {
+    return owner == 0 || owner == user;
 }
 
-bool IsTrustedExecutable(const struct stat& file) {
-    return S_ISREG(file.st_mode) && (file.st_mode & kAnyExecute) != 0 && IsTrustedOwner(file.st_uid) &&
+bool IsTrustedExecutable(const struct stat& file, uid_t user) {
+    return S_ISREG(file.st_mode) && (file.st_mode & kAnyExecute) != 0 && IsTrustedOwner(file.st_uid, user) &&
            (file.st_mode & kGroupAndOthersWrite) == 0;
 }
 
 /// Whether somebody else may rename, remove or replace `entry` in `directory`.
 bool OthersMayReplace(const struct stat& directory, const struct stat& entry) {
-    if (!IsTrustedOwner(directory.st_uid)) {
+    const uid_t user = ::geteuid();
+    if (!IsTrustedOwner(directory.st_uid, user)) {
         return true;
     }
     const bool writable = (directory.st_mode & kGroupAndOthersWrite) != 0;
-    const bool protected_entry = (directory.st_mode & S_ISVTX) != 0 && IsTrustedOwner(entry.st_uid);
+    const bool protected_entry = (directory.st_mode & S_ISVTX) != 0 && IsTrustedOwner(entry.st_uid, user);
     return writable && !protected_entry;
 }
 
@@ -142,22 +143,35 @@ bool IsLink(const std::string& path) {
 CommandFile::CommandFile(UniqueFd file, std::string path, std::string exec_path)
     : file_(std::move(file)), path_(std::move(path)), exec_path_(std::move(exec_path)) {}
 
-std::optional<CommandFile> CommandFile::Find(const std::string& directory, const std::string& name) {
-    const std::string path = directory + "/" + name;
+UniqueFd CommandFile::OpenTrusted(const std::string& path, uid_t user, struct stat& status) {
     UniqueFd file = OpenPath(AT_FDCWD, path, 0);
     const int error = errno;
     if (!file.valid() && IsAbsent(error) && !IsLink(path)) {
-        return std::nullopt;
+        return file;
     }
     if (!file.valid() && !IsAbsent(error) && error != ELOOP) {
         throw Exception(ErrorText(error));
     }
-    struct stat status {};
-    if (!file.valid() || ::fstat(file.get(), &status) != 0 || !IsTrustedExecutable(status)) {
+    if (!file.valid() || ::fstat(file.get(), &status) != 0 || !IsTrustedExecutable(status, user)) {
         throw Exception("not a trusted executable");
+    }
+    return file;
+}
+
+std::optional<CommandFile> CommandFile::Find(const std::string& directory, const std::string& name) {
+    const std::string path = directory + "/" + name;
+    struct stat status {};
+    UniqueFd file = OpenTrusted(path, ::geteuid(), status);
+    if (!file.valid()) {
+        return std::nullopt;
     }
     std::string exec_path = PathWalk().Reaches(path, status) ? path : DescriptorPath(file);
     return CommandFile(std::move(file), path, std::move(exec_path));
+}
+
+bool CommandFile::IsTrustedBy(uid_t user, const std::string& directory, const std::string& name) {
+    struct stat status {};
+    return OpenTrusted(directory + "/" + name, user, status).valid();
 }
 
 }  // namespace bootweave

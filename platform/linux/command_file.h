@@ -4,6 +4,9 @@
 #include <optional>
 #include <string>
 
+#include <sys/stat.h>
+#include <sys/types.h>
+
 #include "util/unique_fd.h"
 
 /// \file
@@ -33,6 +36,12 @@ class CommandFile {
     [[nodiscard]] static std::optional<CommandFile> Find(const std::string& directory,
                                                          const std::string& name);
 
+    /// Whether a process of `user` would find the file. Judges it, and does not make it ready to be run.
+    ///
+    /// \return false when the directory has no such name
+    /// \throws Exception  as Find()
+    [[nodiscard]] static bool IsTrustedBy(uid_t user, const std::string& directory, const std::string& name);
+
     /// Where it was found: what the program is to be told is its name.
     [[nodiscard]] const std::string& path() const { return path_; }
 
@@ -41,6 +50,7 @@ class CommandFile {
 
   private:
     CommandFile(UniqueFd file, std::string path, std::string exec_path);
+    [[nodiscard]] static UniqueFd OpenTrusted(const std::string& path, uid_t user, struct stat& status);
 
     UniqueFd file_;
     std::string path_;

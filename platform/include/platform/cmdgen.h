@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include <sys/types.h>
+
 /// \file
 /// The host's command framework: parses a management command line, finds the program that answers it, runs
 /// it.
@@ -109,6 +111,10 @@ class Dispatcher {
 
     /// Runs the command and waits for its end. Every failure of the command is an error in `output`.
     void ExecuteCommand(std::shared_ptr<CommandInput> input, std::shared_ptr<CommandOutput> output);
+
+    /// Looks the command up as ExecuteCommand() does in a process of `user`, and runs nothing: what would
+    /// keep the command from being started is an error in `output`.
+    void CheckCommand(const CommandInput& input, uid_t user, CommandOutput& output) const;
 
   private:
     std::vector<std::string> directories_;

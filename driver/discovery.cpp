@@ -50,6 +50,26 @@ bool BelongsInKey(char character) {
 
 }  // namespace
 
+std::string WhyNoPluginFile(const std::string& file_name) {
+    if (file_name.find('.') == std::string::npos) {
+        return "ignoring plugin '" + file_name + "' of unspecified type...";
+    }
+    const std::string extension = SplitPluginFileName(file_name).extension;
+    if (extension == "so" || extension == "json" || extension == "debug") {
+        return {};
+    }
+    return "ignoring plugin '" + file_name + "' of unknown type (" + extension + ")...";
+}
+
+std::string RunOnceKey(const std::string& name, const std::string& version) {
+    return name + version;
+}
+
+std::string RecordedRunOnceKey(std::string key) {
+    std::erase_if(key, [](char character) { return !BelongsInKey(character); });
+    return key;
+}
+
 PluginFileName SplitPluginFileName(const std::string& file_name) {
     constexpr std::string_view kLibraryPrefix = "lib";
     const std::size_t dot = file_name.rfind('.');
@@ -85,8 +105,9 @@ void Discovery::Collect(std::unique_ptr<Plugin> plugin) {
 }
 
 void Discovery::Discover(const std::string& file_name) {
+    const std::string refusal = WhyNoPluginFile(file_name);
     if (file_name.find('.') == std::string::npos) {
-        Log_Level(3, "ignoring plugin '%s' of unspecified type...\n", file_name.c_str());
+        Log_Level(3, "%s\n", refusal.c_str());
         return;
     }
     const PluginFileName name = SplitPluginFileName(file_name);
@@ -102,8 +123,7 @@ void Discovery::Discover(const std::string& file_name) {
     }
     std::unique_ptr<Plugin> plugin = LoadPlugin(name, config_.plugin_directory + "/" + file_name);
     if (plugin == nullptr) {
-        Log_Level(3, "ignoring plugin '%s' of unknown type (%s)...\n", file_name.c_str(),
-                  name.extension.c_str());
+        Log_Level(3, "%s\n", refusal.c_str());
         return;
     }
     if (IsDenied(name.base)) {
@@ -169,15 +189,14 @@ void Discovery::ApplyRunOnce(Plugin& plugin) {
     if (!plugin.run_once()) {
         return;
     }
-    std::string key = plugin.name() + plugin.plugin_version();
+    std::string key = RunOnceKey(plugin.name(), plugin.plugin_version());
     if (run_once_.contains(key)) {
         Log_Level(5, "ignoring plugin '%s' because version '%s'  has already been run.\n",
                   plugin.name().c_str(), plugin.plugin_version().c_str());
         plugin.MarkDone();
         return;
     }
-    std::erase_if(key, [](char character) { return !BelongsInKey(character); });
-    run_once_.insert(std::move(key));
+    run_once_.insert(RecordedRunOnceKey(std::move(key)));
 }
 
 }  // namespace bootweave

@@ -23,6 +23,15 @@ struct PluginFileName {
 /// Splits a file name that holds a dot.
 [[nodiscard]] PluginFileName SplitPluginFileName(const std::string& file_name);
 
+/// The line that a boot logs about a file whose name is not that of a plugin; empty for one whose name is.
+[[nodiscard]] std::string WhyNoPluginFile(const std::string& file_name);
+
+/// The key under which a run-once plugin is looked for in the run-once set.
+[[nodiscard]] std::string RunOnceKey(const std::string& name, const std::string& version);
+
+/// The key as it is added to the run-once set: without all characters but letters, digits and "-._+".
+[[nodiscard]] std::string RecordedRunOnceKey(std::string key);
+
 /// Turns file names into plugins and decides which of them take part in this run. Owns the plugins.
 ///
 /// Each candidate passes a type test, the denylist, two boot-flag tests and the run-once test, in this order;

@@ -479,5 +479,19 @@ TEST_F(DaemonDiscoveryTest, AScriptThatCannotBeWrappedIsALineAndTheOthersAreColl
                                        "'_<->_priority_<->_20' does not stand for a priority\n"}));
 }
 
+TEST(PluginFileNameTest, AFileOfAKnownTypeIsNoReasonToComplain) {
+    EXPECT_EQ("", WhyNoPluginFile("a.so"));
+    EXPECT_EQ("", WhyNoPluginFile("a.b.json"));
+    EXPECT_EQ("", WhyNoPluginFile("x.debug"));
+    EXPECT_EQ("ignoring plugin 'a' of unspecified type...", WhyNoPluginFile("a"));
+    EXPECT_EQ("ignoring plugin 'a.SO' of unknown type (SO)...", WhyNoPluginFile("a.SO"));
+}
+
+TEST(RunOnceKeyTest, ItIsRecordedWithoutForeignCharacters) {
+    EXPECT_EQ("net1 0,b", RunOnceKey("net", "1 0,b"));
+    EXPECT_EQ("net10b", RecordedRunOnceKey("net1 0,b"));
+    EXPECT_EQ("aZ9-._+", RecordedRunOnceKey("aZ9-._+/\xc3\xa4"));
+}
+
 }  // namespace
 }  // namespace bootweave

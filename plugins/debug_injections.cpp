@@ -42,25 +42,30 @@ std::vector<std::string> SplitList(const std::string& field) {
 }  // namespace
 
 const std::vector<DebugInjection>& DebugInjections::Load() {
+    LoadQuietly();
+    for (const std::string& complaint : complaints_) {
+        Log_Level(5, "%s\n", complaint.c_str());
+    }
+    return injections_;
+}
+
+const std::vector<DebugInjection>& DebugInjections::LoadQuietly() {
     struct stat now {};
     if (::stat(path_.c_str(), &now) != 0) {
         parsed_ = {};
         injections_.clear();
-        malformed_.clear();
+        complaints_.clear();
     } else if (!IsSameFile(now, parsed_)) {
         parsed_ = {};  // a parse that breaks off is made again
         Parse();
         parsed_ = now;
-    }
-    for (const MalformedLine& line : malformed_) {
-        Log_Level(5, "ignoring malformed debug entry at line %d: %s\n", line.number, line.text.c_str());
     }
     return injections_;
 }
 
 void DebugInjections::Parse() {
     injections_.clear();
-    malformed_.clear();
+    complaints_.clear();
     std::istringstream text(ReadRegularFile(path_).value_or(""));
     std::string line;
     for (int number = 1; std::getline(text, line); ++number) {
@@ -68,7 +73,7 @@ void DebugInjections::Parse() {
     }
 }
 
-void DebugInjections::ParseLine(int number, std::string line) {
+void DebugInjections::ParseLine(int number, const std::string& line) {
     constexpr std::size_t kFields = 4;
     if (line.empty()) {
         return;
@@ -82,7 +87,7 @@ void DebugInjections::ParseLine(int number, std::string line) {
         }
     } catch (const boost::escaped_list_error&) {  // reported as any other malformed line
     }
-    malformed_.push_back({number, std::move(line)});
+    complaints_.push_back("ignoring malformed debug entry at line " + std::to_string(number) + ": " + line);
 }
 
 }  // namespace bootweave

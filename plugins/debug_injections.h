@@ -40,19 +40,20 @@ class DebugInjections {
     ///         they stay as they are until the next call
     const std::vector<DebugInjection>& Load();
 
-  private:
-    struct MalformedLine {
-        int number;
-        std::string text;
-    };
+    /// Loads the file and logs nothing. \return as Load()
+    const std::vector<DebugInjection>& LoadQuietly();
 
+    /// What is logged about each malformed line of the file as it was loaded last, in order.
+    [[nodiscard]] const std::vector<std::string>& complaints() const { return complaints_; }
+
+  private:
     void Parse();
-    void ParseLine(int number, std::string line);
+    void ParseLine(int number, const std::string& line);
 
     const std::string path_;
     struct stat parsed_ {};  // the file as it was when it was parsed
     std::vector<DebugInjection> injections_;
-    std::vector<MalformedLine> malformed_;
+    std::vector<std::string> complaints_;
 };
 
 }  // namespace bootweave

@@ -96,5 +96,12 @@ TEST_F(DebugInjectionsTest, AFileThatChangedOrWentAwayIsReadAnew) {
     EXPECT_EQ(1U, injections.Load().size());
 }
 
+TEST_F(DebugInjectionsTest, AQuietLoadKeepsItsComplaintsToItself) {
+    DebugInjections injections(dir_.WriteFile("debug.conf", "broken\na:b:c:d\n"));
+    EXPECT_THAT(injections.LoadQuietly(), ElementsAre(DebugInjection{"a", {"b"}, {"c"}, "d"}));
+    EXPECT_THAT(injections.complaints(), ElementsAre("ignoring malformed debug entry at line 1: broken"));
+    EXPECT_THAT(FakePlatform::log(), IsEmpty());
+}
+
 }  // namespace
 }  // namespace bootweave

@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "plugins/json_plugin_file.h"
 
+#include <algorithm>
+#include <array>
 #include <cmath>
-#include <string_view>
+#include <limits>
+#include <utility>
 
 #include <boost/json.hpp>
+#include <boost/json/basic_parser_impl.hpp>
 
 #include "util/exception.h"
 #include "util/read_file.h"
@@ -18,8 +22,29 @@ namespace json = boost::json;
 
 constexpr std::int32_t kOldestVersion = 1;
 constexpr std::int32_t kNewestVersion = 4;
-constexpr std::int32_t kHostProfileVersion = 2;  // from here on apply_host_profile is read
-constexpr std::int32_t kFlagsVersion = 3;        // from here on flags, run_once and plugin_version are read
+
+constexpr JSONPluginKey kMetadata{"", "metadata"};
+constexpr JSONPluginKey kVersion{"metadata", "version"};
+constexpr JSONPluginKey kRequires{"metadata", "requires"};
+constexpr JSONPluginKey kProvides{"metadata", "provides"};
+constexpr JSONPluginKey kRequiredFlags{"metadata", "required_flags", 3};
+constexpr JSONPluginKey kDisablingFlags{"metadata", "disabling_flags", 3};
+constexpr JSONPluginKey kRunOnce{"metadata", "run_once", 3};
+constexpr JSONPluginKey kPluginVersion{"metadata", "plugin_version", 3};
+constexpr JSONPluginKey kOperations{"", "operations"};
+constexpr JSONPluginKey kStart{"operations", "start"};
+constexpr JSONPluginKey kApplyHostProfile{"operations", "apply_host_profile", 2};
+
+constexpr std::array kKeys{kMetadata,      kVersion,        kRequires,        kProvides,
+                           kRequiredFlags, kDisablingFlags, kRunOnce,         kPluginVersion,
+                           kOperations,    kStart,          kApplyHostProfile};
+
+json::parse_options Dialect() {
+    json::parse_options options;
+    options.allow_comments = true;
+    options.allow_trailing_commas = true;
+    return options;
+}
 
 /// Reads one file; each step throws with the reason that its users know.
 class Reader {
@@ -32,8 +57,8 @@ class Reader {
             Fail("plugin root is not an object");
         }
         JSONPluginFile file;
-        ReadMetadata(Object(root.get_object(), "metadata", "invalid metadata interface"), file);
-        ReadOperations(Object(root.get_object(), "operations", "invalid operations interface"), file);
+        ReadMetadata(Object(root.get_object(), kMetadata, "invalid metadata interface"), file);
+        ReadOperations(Object(root.get_object(), kOperations, "invalid operations interface"), file);
         return file;
     }
 
@@ -46,20 +71,17 @@ class Reader {
         if (!text.has_value()) {
             Fail("no such file or directory");
         }
-        json::parse_options options;
-        options.allow_comments = true;
-        options.allow_trailing_commas = true;
         json::error_code error;
-        json::value root = json::parse(*text, error, &memory_, options);
+        json::value root = json::parse(*text, error, &memory_, Dialect());
         if (error) {
             return nullptr;
         }
         return root;
     }
 
-    [[nodiscard]] const json::object& Object(const json::object& parent, std::string_view key,
+    [[nodiscard]] const json::object& Object(const json::object& parent, const JSONPluginKey& key,
                                              const char* failure) const {
-        const json::value* value = parent.if_contains(key);
+        const json::value* value = parent.if_contains(key.name);
         if (value == nullptr || !value->is_object()) {
             Fail(failure);
         }
@@ -68,19 +90,19 @@ class Reader {
 
     void ReadMetadata(const json::object& metadata, JSONPluginFile& file) const {
         file.version = Version(metadata);
-        file.requires_names = Names(metadata, "requires");
-        file.provides_names = Names(metadata, "provides");
-        if (file.version < kFlagsVersion) {
+        file.requires_names = Names(metadata, kRequires);
+        file.provides_names = Names(metadata, kProvides);
+        if (file.version < kRunOnce.since) {
             return;
         }
-        file.required_flags = Flags(metadata, "required_flags");
-        file.disabling_flags = Flags(metadata, "disabling_flags");
-        const json::value* run_once = metadata.if_contains("run_once");
+        file.required_flags = Flags(metadata, kRequiredFlags);
+        file.disabling_flags = Flags(metadata, kDisablingFlags);
+        const json::value* run_once = metadata.if_contains(kRunOnce.name);
         if (run_once == nullptr || !run_once->is_bool()) {
             Fail("metadata is corrupt (unable to parse run_once)");
         }
         file.run_once = run_once->get_bool();
-        const json::value* plugin_version = metadata.if_contains("plugin_version");
+        const json::value* plugin_version = metadata.if_contains(kPluginVersion.name);
         if (plugin_version == nullptr || !plugin_version->is_string()) {
             Fail("metadata is corrupt (unable to parse plugin_version)");
         }
@@ -88,7 +110,7 @@ class Reader {
     }
 
     [[nodiscard]] std::int32_t Version(const json::object& metadata) const {
-        const json::value* value = metadata.if_contains("version");
+        const json::value* value = metadata.if_contains(kVersion.name);
         if (value == nullptr || !value->is_number()) {
             Fail("metadata is corrupt (unable to parse version)");
         }
@@ -100,13 +122,15 @@ class Reader {
         return static_cast<std::int32_t>(version);
     }
 
-    [[nodiscard]] std::vector<std::string> Names(const json::object& metadata, const std::string& key) const {
-        return Strings(metadata.if_contains(key), "metadata is corrupt (unable to parse " + key + ")",
-                       key + " tag is not a string");
+    [[nodiscard]] std::vector<std::string> Names(const json::object& metadata,
+                                                 const JSONPluginKey& key) const {
+        const std::string name(key.name);
+        return Strings(metadata.if_contains(key.name), "metadata is corrupt (unable to parse " + name + ")",
+                       name + " tag is not a string");
     }
 
-    [[nodiscard]] std::set<std::string> Flags(const json::object& metadata, const std::string& key) const {
-        if (!metadata.contains(key)) {
+    [[nodiscard]] std::set<std::string> Flags(const json::object& metadata, const JSONPluginKey& key) const {
+        if (!metadata.contains(key.name)) {
             return {};
         }
         const std::vector<std::string> names = Names(metadata, key);
@@ -115,10 +139,10 @@ class Reader {
 
     void ReadOperations(const json::object& operations, JSONPluginFile& file) const {
         constexpr const char* kNotACommand = "command is not a string";
-        file.start = Strings(operations.if_contains("start"), "operations is corrupt (unable to parse start)",
-                             kNotACommand);
-        const json::value* apply = operations.if_contains("apply_host_profile");
-        if (file.version >= kHostProfileVersion && apply != nullptr) {
+        file.start = Strings(operations.if_contains(kStart.name),
+                             "operations is corrupt (unable to parse start)", kNotACommand);
+        const json::value* apply = operations.if_contains(kApplyHostProfile.name);
+        if (file.version >= kApplyHostProfile.since && apply != nullptr) {
             // The key has underscores and the message hyphens; log scanners match the message.
             file.apply_host_profile =
                 Strings(apply, "operations is corrupt (unable to parse apply-host-profile)", kNotACommand);
@@ -145,10 +169,112 @@ class Reader {
     mutable json::monotonic_resource memory_;  // of all values, freed at once with the reader
 };
 
+/// Notes the keys of a text while it is parsed: a parsed object no longer knows that a key was repeated.
+class KeyHandler {
+  public:
+    static constexpr std::size_t kUnlimited = std::numeric_limits<std::size_t>::max();
+    static constexpr std::size_t max_object_size = kUnlimited;
+    static constexpr std::size_t max_array_size = kUnlimited;
+    static constexpr std::size_t max_key_size = kUnlimited;
+    static constexpr std::size_t max_string_size = kUnlimited;
+
+    using Error = json::error_code;
+    using Text = json::string_view;
+
+    bool on_object_begin(Error& /*error*/) {
+        open_.push_back('{');
+        names_of_depth_.resize(open_.size());
+        names_of_depth_.back().clear();
+        return true;
+    }
+    bool on_object_end(std::size_t /*count*/, Error& /*error*/) { return Close(); }
+    bool on_array_begin(Error& /*error*/) {
+        open_.push_back('[');
+        return true;
+    }
+    bool on_array_end(std::size_t /*count*/, Error& /*error*/) { return Close(); }
+    bool on_key_part(Text text, std::size_t /*size*/, Error& /*error*/) {
+        name_ += std::string_view(text);
+        return true;
+    }
+    bool on_key(Text text, std::size_t /*size*/, Error& /*error*/) {
+        name_ += std::string_view(text);
+        Note(std::exchange(name_, {}));
+        return true;
+    }
+    bool on_document_begin(Error& /*error*/) { return true; }
+    bool on_document_end(Error& /*error*/) { return true; }
+    bool on_string_part(Text /*text*/, std::size_t /*size*/, Error& /*error*/) { return true; }
+    bool on_string(Text /*text*/, std::size_t /*size*/, Error& /*error*/) { return true; }
+    bool on_number_part(Text /*text*/, Error& /*error*/) { return true; }
+    bool on_int64(std::int64_t /*number*/, Text /*text*/, Error& /*error*/) { return true; }
+    bool on_uint64(std::uint64_t /*number*/, Text /*text*/, Error& /*error*/) { return true; }
+    bool on_double(double /*number*/, Text /*text*/, Error& /*error*/) { return true; }
+    bool on_bool(bool /*value*/, Error& /*error*/) { return true; }
+    bool on_null(Error& /*error*/) { return true; }
+    bool on_comment_part(Text /*text*/, Error& /*error*/) { return true; }
+    bool on_comment(Text /*text*/, Error& /*error*/) { return true; }
+
+    JSONPluginRemarks remarks;
+
+  private:
+    bool Close() {
+        open_.pop_back();
+        return true;
+    }
+
+    /// Only the root's keys and those of objects that are values of the root count.
+    void Note(std::string name) {
+        if (open_ == "{") {
+            parent_ = name;
+        } else if (open_ != "{{") {
+            return;
+        }
+        const bool is_root = open_.size() == 1;
+        auto& target =
+            names_of_depth_[open_.size() - 1].insert(name).second ? remarks.keys : remarks.repeated;
+        target.push_back({is_root ? "" : parent_, std::move(name)});
+    }
+
+    std::string open_;  // brackets, from the root's
+    std::vector<std::set<std::string>> names_of_depth_;
+    std::string name_;
+    std::string parent_;
+};
+
+/// Where in a text, as people count.
+std::string PlaceText(std::string_view before) {
+    const auto line = std::count(before.begin(), before.end(), '\n');
+    const std::size_t start = before.rfind('\n') + 1;  // npos wraps to 0
+    return "line " + std::to_string(line + 1) + ", column " + std::to_string(before.size() - start + 1);
+}
+
 }  // namespace
 
 JSONPluginFile ReadJSONPluginFile(const std::string& path) {
     return Reader(path).Read();
+}
+
+std::span<const JSONPluginKey> JSONPluginKeys() {
+    return kKeys;
+}
+
+JSONPluginRemarks ReadJSONPluginRemarks(const std::string& path) {
+    const std::optional<std::string> text = ReadRegularFile(path);
+    if (!text.has_value()) {
+        return {};
+    }
+    json::basic_parser<KeyHandler> parser(Dialect());
+    json::error_code error;
+    const std::size_t read = parser.write_some(false, text->data(), text->size(), error);
+    if (!error && read < text->size()) {
+        error = json::error::extra_data;
+    }
+    JSONPluginRemarks remarks = std::move(parser.handler().remarks);
+    if (error) {
+        remarks.syntax_error = PlaceText(std::string_view(*text).substr(0, read)) + ": " + error.message();
+    }
+    return remarks;
 }
 
 }  // namespace bootweave

@@ -479,5 +479,80 @@ TEST_F(JSONPluginFileTest, TheWholeMessageNamesThePath) {
     }
 }
 
+// What is remarked.
+
+class JSONPluginRemarksTest : public JSONPluginFileTest {
+  protected:
+    JSONPluginRemarks Remarks(const std::string& text) {
+        return ReadJSONPluginRemarks(dir_.WriteFile("plugin.json", text));
+    }
+    static std::vector<std::string> Paths(const std::vector<JSONPluginRemarks::Key>& keys) {
+        std::vector<std::string> paths;
+        for (const auto& [parent, name] : keys) {
+            paths.push_back(parent + "." + name);
+        }
+        return paths;
+    }
+};
+
+TEST_F(JSONPluginRemarksTest, TheKeysAreThoseOfTheRootAndOfItsObjects) {
+    const JSONPluginRemarks remarks = Remarks(
+        R"({"metadata": {"version": 1, "deep": {"x": 1}, "list": [{"y": 2}]}, "extra": [{"z": 3}], "n": 1})");
+    EXPECT_THAT(Paths(remarks.keys), ElementsAre(".metadata", "metadata.version", "metadata.deep",
+                                                 "metadata.list", ".extra", ".n"));
+    EXPECT_THAT(remarks.repeated, IsEmpty());
+    EXPECT_EQ("", remarks.syntax_error);
+}
+
+TEST_F(JSONPluginRemarksTest, AKeyIsRepeatedWhenItsOwnObjectHasItTwice) {
+    const JSONPluginRemarks remarks =
+        Remarks(R"({"a": {"x": 1, "x": 2, "\u0079": 3, "y": 4}, "b": {"x": 1, "a": 2}, "a": {"x": 1}})");
+    EXPECT_THAT(Paths(remarks.repeated), ElementsAre("a.x", "a.y", ".a"));
+}
+
+TEST_F(JSONPluginRemarksTest, ALongKeyIsWhole) {
+    const std::string name(100000, 'k');
+    EXPECT_THAT(Paths(Remarks("{\"" + name + "\\u0041\": 1}").keys), ElementsAre("." + name + "A"));
+}
+
+TEST_F(JSONPluginRemarksTest, TheSyntaxErrorHasItsPlace) {
+    EXPECT_EQ("line 2, column 7: syntax error", Remarks("{\n  \"a\" = 1\n}\n").syntax_error);
+    EXPECT_EQ("line 1, column 1: incomplete JSON", Remarks("").syntax_error);
+    EXPECT_EQ("line 3, column 1: incomplete JSON", Remarks("{\n  \"a\": 1\n").syntax_error);
+    EXPECT_EQ("line 2, column 1: extra data", Remarks("{}\n{}").syntax_error);
+}
+
+TEST_F(JSONPluginRemarksTest, ATextHasASyntaxErrorExactlyWhenItIsNotParsed) {
+    for (const char* text : {"{}", " {} // end", "{/* a */}", "{\"a\": 1,}", "{\"a\": [1,],}", "null", "1"}) {
+        EXPECT_EQ("", Remarks(text).syntax_error) << text;
+    }
+    for (const char* text : {"{", "{]", "{\"a\"}", "{a: 1}", "{'a': 1}", "{,}", "nul", "\"\x01\"", "\"\xff\"",
+                             "{\"a\": 01}", "{} x"}) {
+        EXPECT_NE("", Remarks(text).syntax_error) << text;
+        EXPECT_EQ(kNoObject, FailureOf(text)) << text;
+    }
+    const std::string deep = std::string(33, '[') + std::string(33, ']');
+    EXPECT_EQ("line 1, column 33: too deep", Remarks(deep).syntax_error);
+}
+
+TEST_F(JSONPluginRemarksTest, AFileThatCannotBeReadHasNone) {
+    const JSONPluginRemarks remarks = ReadJSONPluginRemarks(dir_.File("missing"));
+    EXPECT_THAT(remarks.keys, IsEmpty());
+    EXPECT_EQ("", remarks.syntax_error);
+}
+
+TEST_F(JSONPluginRemarksTest, EveryKeyThatIsReadIsListedWithItsFirstVersion) {
+    std::vector<std::string> keys;
+    for (const JSONPluginKey& key : JSONPluginKeys()) {
+        keys.push_back(std::string(key.parent) + "." + std::string(key.name) + " " +
+                       std::to_string(key.since));
+    }
+    EXPECT_THAT(keys,
+                ElementsAre(".metadata 1", "metadata.version 1", "metadata.requires 1", "metadata.provides 1",
+                            "metadata.required_flags 3", "metadata.disabling_flags 3", "metadata.run_once 3",
+                            "metadata.plugin_version 3", ".operations 1", "operations.start 1",
+                            "operations.apply_host_profile 2"));
+}
+
 }  // namespace
 }  // namespace bootweave

@@ -116,6 +116,9 @@ _EXEMPT = {
         "nativeReader: is for bootweave, which starts it with a socket as descriptor 3",
         "usage: nativeExecutor PATH NAME METHOD",
     ],
+    "said by bootweave-analyze, whose page has it": [
+        "line ..., column ...",
+    ],
     "no message": [
         " shape=box",
         " shape=trapezium",

@@ -30,10 +30,14 @@ struct Request {
     const TextStyle& style;
 };
 
-ChosenRun ReadRun(const Request& request, const std::string& path) {
+BootProfile ReadProfile(const Request& request, const std::string& path) {
     BootProfile profile = ReadBootProfile(path);
     request.diagnostics.WarnOfLog(path, profile.warnings);
-    return ChooseRun(std::move(profile), path, request.options.block);
+    return profile;
+}
+
+ChosenRun ReadRun(const Request& request, const std::string& path) {
+    return ChooseRun(ReadProfile(request, path), path, request.options.block);
 }
 
 RunGraph ReadGraph(const Request& request, const ProfileBlock& block) {
@@ -60,6 +64,23 @@ void WriteChain(const Request& request) {
                          : WriteChainText(request.out, run, graph, chain, request.style);
 }
 
+void WriteList(const Request& request) {
+    const std::string& path = request.options.profile;
+    const BootProfile profile = ReadProfile(request, path);
+    if (profile.blocks.empty()) {
+        throw Exception(path + " holds no boot profile");
+    }
+    request.options.json ? WriteListJson(request.out, path, profile)
+                         : WriteListText(request.out, path, profile, request.style);
+}
+
+void WriteDiff(const Request& request) {
+    const ChosenRun before = ReadRun(request, request.options.profile);
+    const ChosenRun after = ReadRun(request, request.options.newer_profile);
+    request.options.json ? WriteDiffJson(request.out, before, after)
+                         : WriteDiffText(request.out, before, after, request.style);
+}
+
 void WriteHelp(const Request& request) {
     request.out << kAnalyzeHelpText;
 }
@@ -74,6 +95,10 @@ Report ReportOf(AnalyzeCommand command) {
             return WriteBlame;
         case AnalyzeCommand::kCriticalChain:
             return WriteChain;
+        case AnalyzeCommand::kList:
+            return WriteList;
+        case AnalyzeCommand::kDiff:
+            return WriteDiff;
         default:
             return WriteHelp;
     }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "analyze/analyze.h"
 
+#include <algorithm>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -99,6 +100,29 @@ TEST_F(AnalyzeTest, JsonIsOneLine) {
     EXPECT_TRUE(Run(kBoot, {"blame", "--json"}).out.ends_with("\"share\":1E0}]}\n"));
 }
 
+TEST_F(AnalyzeTest, TheRunsOfALogAreListed) {
+    EXPECT_EQ(
+        "1\tboot\t2026-11-15 15:00:00.000000\t2.500s\t1\t1\n"
+        "2\tdaemon\t2026-11-15 16:00:00.000000\t1.000s\t1\t1\n",
+        Run(std::string(kBoot) + kDaemons, {"list"}).out);
+    EXPECT_TRUE(Run(kBoot, {"list", "--json"}).out.starts_with("{\"profile\":\"" + path_));
+    ExpectFailure(1, "bootweave-analyze: " + dir_.File("log") + " holds no boot profile\n",
+                  Run("", {"list"}));
+}
+
+TEST_F(AnalyzeTest, TwoLogsAreCompared) {
+    const std::string daemons = dir_.WriteFile("daemons", kDaemons);
+    const std::string boot = dir_.WriteFile("boot", kBoot);
+    EXPECT_EQ(
+        "2.500s\t1.000s\t-1.500s\ttotal\n1.250s\t250.000ms\t-1.000s\tsum of plugins\n"
+        "1.250s\t-\t-1.250s\tstorage\n-\t250.000ms\t+250.000ms\ttimed\n",
+        RunWith({"analyze", "diff", boot, daemons, "--boot=last"}).out);
+    EXPECT_TRUE(RunWith({"analyze", "diff", boot, boot, "--json"}).out.starts_with("{\"old\":{\"profile\":"));
+    ExpectFailure(1,
+                  "bootweave-analyze: " + daemons + " tells of no boot, only of daemons; try --boot last\n",
+                  RunWith({"analyze", "diff", boot, daemons}));
+}
+
 TEST_F(AnalyzeTest, ABlockThatIsNotThereIsAnError) {
     const Outcome beyond = Run(std::string(kBoot) + kDaemons, {"--boot=3"});
     ExpectFailure(1, "bootweave-analyze: there is no block 3 in " + path_ + ", the last one is 2\n", beyond);
@@ -122,6 +146,18 @@ TEST_F(AnalyzeTest, AFileThatIsNoProfileIsRefusedAfterAFewWarnings) {
     ExpectFailure(1, expected + end, Run(log, {}));
     ExpectFailure(1, expected + "bootweave-analyze: " + path + ": warnings left out: 2\n" + end,
                   Run(log + "x\nx\n", {}));
+}
+
+TEST_F(AnalyzeTest, OfManyPluginsWithoutAFileTenAreNamed) {
+    std::string log;
+    for (int plugin = 0; plugin < 13; ++plugin) {
+        log += "[2026-11-15 15:00:00.100000 - 2026-11-15 15:00:01.350000] sysboot: p\n";
+    }
+    const std::string err =
+        Run(log, {"critical-chain", "--boot=last", "--plugin-directory", dir_.path()}).err;
+    EXPECT_TRUE(err.ends_with("unknown\nbootweave-analyze: warnings left out: 3\n")) << err;
+    EXPECT_EQ(1 + 10 + 1,
+              std::count(err.begin(), err.end(), '\n'));  // the first one says that the log is cut
 }
 
 TEST_F(AnalyzeTest, ALogThatCannotBeReadIsAnError) {

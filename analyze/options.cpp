@@ -6,6 +6,7 @@
 #include <charconv>
 #include <string_view>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include <getopt.h>
@@ -30,6 +31,13 @@ constexpr std::array kLongOptions{
     option{nullptr, 0, nullptr, 0},
 };
 
+constexpr std::array<std::pair<std::string_view, AnalyzeCommand>, 5> kCommands{
+    {{"time", AnalyzeCommand::kTime},
+     {"blame", AnalyzeCommand::kBlame},
+     {"critical-chain", AnalyzeCommand::kCriticalChain},
+     {"list", AnalyzeCommand::kList},
+     {"diff", AnalyzeCommand::kDiff}}};
+
 BlockChoice ParseBlock(std::string_view text) {
     using Which = BlockChoice::Which;
     if (text == "boot") {
@@ -48,16 +56,12 @@ BlockChoice ParseBlock(std::string_view text) {
 }
 
 AnalyzeCommand ParseCommand(std::string_view word) {
-    if (word == "time") {
-        return AnalyzeCommand::kTime;
+    const auto* const found = std::find_if(kCommands.begin(), kCommands.end(),
+                                           [word](const auto& entry) { return entry.first == word; });
+    if (found == kCommands.end()) {
+        throw UsageException("unknown command '" + std::string(word) + "'; see --help");
     }
-    if (word == "blame") {
-        return AnalyzeCommand::kBlame;
-    }
-    if (word == "critical-chain") {
-        return AnalyzeCommand::kCriticalChain;
-    }
-    throw UsageException("unknown command '" + std::string(word) + "'; see --help");
+    return found->second;
 }
 
 bool NeedsValue(int parsed) {
@@ -98,7 +102,7 @@ void Apply(int parsed, char** argv, AnalyzeOptions& options) {
     }
 }
 
-/// The words that are no options: a command, and for one of them a plugin.
+/// The words that are no options: a command, and what some of them are about.
 void ApplyWords(const std::vector<std::string>& words, AnalyzeOptions& options) {
     if (words.empty()) {
         return;
@@ -107,6 +111,12 @@ void ApplyWords(const std::vector<std::string>& words, AnalyzeOptions& options) 
     std::size_t used = 1;
     if (options.command == AnalyzeCommand::kCriticalChain && words.size() > used) {
         options.plugin = words[used++];
+    } else if (options.command == AnalyzeCommand::kDiff) {
+        if (words.size() < 3) {
+            throw UsageException("diff takes two profiles, the old one first; see --help");
+        }
+        options.profile = words[used++];
+        options.newer_profile = words[used++];
     }
     if (words.size() > used) {
         throw UsageException("a word too many: '" + words[used] + "'; see --help");

@@ -23,6 +23,8 @@ enum class AnalyzeCommand {
     kTime,
     kBlame,
     kCriticalChain,
+    kList,
+    kDiff,
 };
 
 /// Which block of the log a report is about.
@@ -40,6 +42,7 @@ struct BlockChoice {
 struct AnalyzeOptions {
     AnalyzeCommand command = AnalyzeCommand::kTime;
     std::string profile = kProfilingLogPath;
+    std::string newer_profile{};  ///< that diff compares with `profile`
     BlockChoice block{};
     std::string plugin_directory = DriverOptions().plugin_directory;
     std::optional<std::string> plugin{};  ///< that critical-chain is about; nothing is the last to end

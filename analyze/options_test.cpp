@@ -48,6 +48,7 @@ TEST(AnalyzeOptionsTest, OptionsMayStandBeforeAndBehindTheCommand) {
     EXPECT_EQ("/plugins", options.plugin_directory);
     EXPECT_TRUE(options.json);
     EXPECT_EQ(AnalyzeCommand::kTime, Parse({"time"}).command);
+    EXPECT_EQ(AnalyzeCommand::kList, Parse({"list"}).command);
 }
 
 TEST(AnalyzeOptionsTest, TheBlockIsAWordOrANumberFromOne) {
@@ -66,6 +67,16 @@ TEST(AnalyzeOptionsTest, ACriticalChainMayBeThatOfOnePlugin) {
     EXPECT_EQ(std::nullopt, Parse({"critical-chain"}).plugin);
     EXPECT_EQ("storage", Parse({"critical-chain", "storage"}).plugin);
     EXPECT_EQ("a word too many: 'b'; see --help", ErrorOf({"critical-chain", "a", "b"}));
+}
+
+TEST(AnalyzeOptionsTest, ADifferenceIsThatOfTwoProfiles) {
+    const AnalyzeOptions options = Parse({"diff", "old.log", "--json", "new.log"});
+    EXPECT_EQ(AnalyzeCommand::kDiff, options.command);
+    EXPECT_EQ("old.log", options.profile);
+    EXPECT_EQ("new.log", options.newer_profile);
+    EXPECT_EQ("diff takes two profiles, the old one first; see --help", ErrorOf({"diff"}));
+    EXPECT_EQ("diff takes two profiles, the old one first; see --help", ErrorOf({"diff", "old.log"}));
+    EXPECT_EQ("a word too many: 'c'; see --help", ErrorOf({"diff", "a", "b", "c"}));
 }
 
 TEST(AnalyzeOptionsTest, HelpEndsTheParsing) {

@@ -49,6 +49,14 @@ json::object ReportOn(const ChosenRun& run) {
             {"kind", RunKindText(run.block.kind)}};
 }
 
+/// One side of a comparison.
+json::object SideOf(const ChosenRun& run, const TimeSummary& summary) {
+    json::object side = ReportOn(run);
+    side["total_us"] = Count(summary.total);
+    side["plugins_us"] = summary.plugins.count();
+    return side;
+}
+
 json::object SettingsOf(const RunSettings& settings) {
     return {{"verbose", Known(settings.verbose)},
             {"parallel", Known(settings.parallel)},
@@ -58,6 +66,24 @@ json::object SettingsOf(const RunSettings& settings) {
 }
 
 }  // namespace
+
+void WriteListJson(std::ostream& out, const std::string& path, const BootProfile& profile) {
+    json::array runs;
+    for (const ProfileBlock& block : profile.blocks) {
+        const TimeSummary summary = Summarize(block);
+        runs.push_back(json::object{{"block", runs.size() + 1},
+                                    {"kind", RunKindText(block.kind)},
+                                    {"line", block.line},
+                                    {"start", Stamp(block.start)},
+                                    {"end", Stamp(block.end)},
+                                    {"total_us", Count(summary.total)},
+                                    {"plugins_ran", summary.ran},
+                                    {"plugins", block.plugins.size()}});
+    }
+    const json::object report{
+        {"profile", Utf8(path)}, {"blocks", profile.blocks.size()}, {"runs", std::move(runs)}};
+    out << json::serialize(report) << "\n";
+}
 
 void WriteTimeJson(std::ostream& out, const ChosenRun& run) {
     const TimeSummary summary = Summarize(run.block);
@@ -112,6 +138,28 @@ void WriteChainJson(std::ostream& out, const ChosenRun& run, const RunGraph& gra
     }
     json::object report = ReportOn(run);
     report["plugins"] = std::move(plugins);
+    out << json::serialize(report) << "\n";
+}
+
+void WriteDiffJson(std::ostream& out, const ChosenRun& before, const ChosenRun& after) {
+    const TimeSummary old_summary = Summarize(before.block);
+    const TimeSummary new_summary = Summarize(after.block);
+    json::array plugins;
+    for (const PluginChange& plugin : ComparePlugins(before.block, after.block)) {
+        plugins.push_back(json::object{{"name", Utf8(plugin.name)},
+                                       {"old_us", Count(plugin.before)},
+                                       {"new_us", Count(plugin.after)},
+                                       {"change_us", plugin.change().count()}});
+    }
+    json::value change;
+    if (old_summary.total.has_value() && new_summary.total.has_value()) {
+        change = (*new_summary.total - *old_summary.total).count();
+    }
+    const json::object report{{"old", SideOf(before, old_summary)},
+                              {"new", SideOf(after, new_summary)},
+                              {"total_change_us", change},
+                              {"plugins_change_us", (new_summary.plugins - old_summary.plugins).count()},
+                              {"plugins", std::move(plugins)}};
     out << json::serialize(report) << "\n";
 }
 

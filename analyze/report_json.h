@@ -2,6 +2,7 @@
 #pragma once
 
 #include <ostream>
+#include <string>
 #include <vector>
 
 #include "analyze/report_text.h"
@@ -21,8 +22,14 @@
 /// critical-chain:  profile, block, blocks, kind,
 ///         plugins (name, start, end, taken_us, at_us, idle_us, barrier: where it waited for the next one),
 ///         what was waited for last
+/// list:   profile, blocks, runs (block, kind, line, start, end, total_us, plugins_ran, plugins: how many)
+/// diff:   old, new (each with profile, block, blocks, kind, total_us, plugins_us), total_change_us,
+///         plugins_change_us, plugins (name, old_us, new_us, change_us), greatest change first
 
 namespace bootweave {
+
+/// Writes the runs of a log, first to last.
+void WriteListJson(std::ostream& out, const std::string& path, const BootProfile& profile);
 
 /// Writes what the run took as a whole.
 void WriteTimeJson(std::ostream& out, const ChosenRun& run);
@@ -33,5 +40,8 @@ void WriteBlameJson(std::ostream& out, const ChosenRun& run);
 /// Writes a chain.
 void WriteChainJson(std::ostream& out, const ChosenRun& run, const RunGraph& graph,
                     const std::vector<ChainLink>& chain);
+
+/// Writes what changed from one run to another.
+void WriteDiffJson(std::ostream& out, const ChosenRun& before, const ChosenRun& after);
 
 }  // namespace bootweave

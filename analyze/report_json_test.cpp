@@ -80,5 +80,39 @@ TEST(ReportJsonTest, AChainHasThePluginsInItsOrder) {
               out.str());
 }
 
+TEST(ReportJsonTest, AListHasEachRunOfTheLog) {
+    std::ostringstream out;
+    WriteListJson(out, "/log", ParseBootProfile(std::string(kBoot) + "=== Daemon configuration info ===\n"));
+    EXPECT_EQ(R"({"profile":"/log","blocks":2,"runs":[{"block":1,"kind":"boot","line":1,)"
+              R"("start":"2026-11-15 15:00:00.000000","end":"2026-11-15 15:00:02.000000",)"
+              R"("total_us":2000000,"plugins_ran":2,"plugins":3},{"block":2,"kind":"daemon","line":13,)"
+              R"("start":null,"end":null,"total_us":null,"plugins_ran":0,"plugins":0}]})"
+              "\n",
+              out.str());
+}
+
+TEST(ReportJsonTest, ADifferenceHasBothSidesAndEachPlugin) {
+    ChosenRun after = RunOf(kBoot);
+    after.block.plugins[0].end += Duration(5);
+    after.block.plugins[1].name = "new";
+    *after.block.end -= Duration(10);
+    std::ostringstream out;
+    WriteDiffJson(out, RunOf(kBoot), after);
+    EXPECT_EQ(
+        R"({"old":{"profile":"/log","block":1,"blocks":1,"kind":"boot","total_us":2000000,)"
+        R"("plugins_us":1000000},"new":{"profile":"/log","block":1,"blocks":1,"kind":"boot",)"
+        R"("total_us":1999990,"plugins_us":1000005},"total_change_us":-10,"plugins_change_us":5,)"
+        R"("plugins":[{"name":"new","old_us":null,"new_us":750000,"change_us":750000},)"
+        "{\"name\":\"st\xC3\xB6rage \xEF\xBF\xBD\",\"old_us\":750000,\"new_us\":null,\"change_us\":-750000},"
+        R"({"name":"\"net\"","old_us":250000,"new_us":250005,"change_us":5}]})"
+        "\n",
+        out.str());
+    ChosenRun cut = RunOf(kBoot);
+    cut.block.end.reset();
+    std::ostringstream unknown;
+    WriteDiffJson(unknown, RunOf(kBoot), cut);
+    EXPECT_NE(std::string::npos, unknown.str().find(R"("total_change_us":null)"));
+}
+
 }  // namespace
 }  // namespace bootweave

@@ -6,22 +6,19 @@
 #include <vector>
 
 #include "analyze/chosen_run.h"
+#include "analyze/comparison.h"
 #include "analyze/critical_chain.h"
 #include "analyze/run_graph.h"
+#include "analyze/table.h"
 
 /// \file
 /// The reports for people, and for programs that read lines.
 
 namespace bootweave {
 
-/// How a text is laid out. Programs get fields separated by one tab, and no header.
-struct TextStyle {
-    bool aligned = false;   ///< columns, and a header above them
-    bool coloured = false;  ///< what matters stands out; only with `aligned`
-};
-
-/// "850us", "12.345ms", "1.234s" or "2min 3.456s"; what is left over is cut off.
-[[nodiscard]] std::string FormatDuration(Duration duration);
+/// Writes the runs of a log, first to last: number, kind, start, total, plugins that ran, plugins.
+void WriteListText(std::ostream& out, const std::string& path, const BootProfile& profile,
+                   const TextStyle& style);
 
 /// Writes what the run took as a whole.
 void WriteTimeText(std::ostream& out, const ChosenRun& run, const TextStyle& style);
@@ -33,5 +30,11 @@ void WriteBlameText(std::ostream& out, const ChosenRun& run, const TextStyle& st
 /// barrier at which it waited for the next one, or "-".
 void WriteChainText(std::ostream& out, const ChosenRun& run, const RunGraph& graph,
                     const std::vector<ChainLink>& chain, const TextStyle& style);
+
+/// Writes what changed from one run to another: time taken in the old one, in the new one, the difference,
+/// name;
+/// "-" for a run without the plugin. The first two lines are for the totals and the sums of all plugins.
+void WriteDiffText(std::ostream& out, const ChosenRun& before, const ChosenRun& after,
+                   const TextStyle& style);
 
 }  // namespace bootweave

@@ -22,19 +22,19 @@ constexpr const char* kBoot =
     " Start: 2026-11-15 15:00:00.000123\n"
     " End: 2026-11-15 15:00:01.000123\n";
 
-ChosenRun Run(const std::string& text) {
+ChosenRun RunOf(const std::string& text) {
     return {"/log", 2, 3, ParseBootProfile(text).blocks.at(0)};
 }
 
 std::string Time(const std::string& text, const TextStyle& style) {
     std::ostringstream out;
-    WriteTimeText(out, Run(text), style);
+    WriteTimeText(out, RunOf(text), style);
     return out.str();
 }
 
 std::string BlameOf(const std::string& text, const TextStyle& style) {
     std::ostringstream out;
-    WriteBlameText(out, Run(text), style);
+    WriteBlameText(out, RunOf(text), style);
     return out.str();
 }
 
@@ -125,11 +125,85 @@ TEST(ReportTextTest, ColoursMarkWhatTookATenthOrMore) {
         BlameOf(kBoot, kInColour));
 }
 
+TEST(ReportTextTest, AListHasEachRunOfTheLog) {
+    const BootProfile profile = ParseBootProfile(std::string(kBoot) + "=== Daemon configuration info ===\n" +
+                                                 " Start Daemon: 2026-11-15 15:10:00.000000\n");
+    std::ostringstream people;
+    WriteListText(people, "/log", profile, kForPeople);
+    EXPECT_EQ(
+        "Runs in /log\n"
+        "\n"
+        " BLOCK  KIND    STARTED                            TOTAL    RAN  PLUGINS\n"
+        "     1  boot    2026-11-15 15:00:00.000123        1.000s      3        4\n"
+        "     2  daemon  2026-11-15 15:10:00.000000       unknown      0        0\n",
+        people.str());
+    std::ostringstream programs;
+    WriteListText(programs, "/log", profile, kForPrograms);
+    EXPECT_EQ(
+        "1\tboot\t2026-11-15 15:00:00.000123\t1.000s\t3\t4\n"
+        "2\tdaemon\t2026-11-15 15:10:00.000000\tunknown\t0\t0\n",
+        programs.str());
+}
+
+std::string DiffOf(const TextStyle& style) {
+    ChosenRun before = RunOf(kBoot);
+    ChosenRun after = RunOf(kBoot);
+    before.block.plugins.back().name = "gone";
+    before.block.plugins.back().start = Instant(Duration(0));
+    before.block.plugins.back().end = Instant(Duration(7));
+    after.block.plugins[0].end -= Duration(60'000);
+    after.block.plugins[1].end += Duration(500'000);
+    *after.block.end += Duration(440'000);
+    std::ostringstream out;
+    WriteDiffText(out, before, after, style);
+    return out.str();
+}
+
+TEST(ReportTextTest, ADifferenceHasTheTotalsAndThenEachPlugin) {
+    EXPECT_EQ(
+        "Old: Block 2 of 3 in /log: boot\n"
+        "New: Block 2 of 3 in /log: boot\n"
+        "\n"
+        "           OLD           NEW        CHANGE  PLUGIN\n"
+        "        1.000s        1.440s    +440.000ms  total\n"
+        "        1.349s        1.790s    +440.993ms  sum of plugins\n"
+        "\n"
+        "        1.249s        1.749s    +500.000ms  storage\n"
+        "     100.000ms      40.000ms     -60.000ms  network\n"
+        "             -       1.000ms      +1.000ms  motd\n"
+        "           7us             -          -7us  gone\n",
+        DiffOf(kForPeople));
+    EXPECT_EQ(
+        "1.000s\t1.440s\t+440.000ms\ttotal\n"
+        "1.349s\t1.790s\t+440.993ms\tsum of plugins\n"
+        "1.249s\t1.749s\t+500.000ms\tstorage\n"
+        "100.000ms\t40.000ms\t-60.000ms\tnetwork\n"
+        "-\t1.000ms\t+1.000ms\tmotd\n"
+        "7us\t-\t-7us\tgone\n",
+        DiffOf(kForPrograms));
+}
+
+TEST(ReportTextTest, ColoursMarkWhatChangedByAHundredthOfTheSum) {
+    const std::string text = DiffOf(kInColour);
+    EXPECT_NE(std::string::npos, text.find("    \033[31m+500.000ms\033[0m  storage\n"));
+    EXPECT_NE(std::string::npos, text.find("     \033[32m-60.000ms\033[0m  network\n"));
+    EXPECT_NE(std::string::npos, text.find("      +1.000ms  motd\n"));
+}
+
+TEST(ReportTextTest, ADifferenceOfAnUnknownTotalIsUnknown) {
+    ChosenRun cut = RunOf(kBoot);
+    cut.block.end.reset();
+    std::ostringstream out;
+    WriteDiffText(out, RunOf(kBoot), cut, kForPrograms);
+    EXPECT_TRUE(out.str().starts_with("1.000s\tunknown\tunknown\ttotal\n")) << out.str();
+}
+
 std::string ChainOf(const TextStyle& style) {
     RunGraph graph;
     graph.barriers = {{"disks", {}, {}}};
     std::ostringstream out;
-    WriteChainText(out, Run(kBoot), graph, {{1, Duration(99'877), Duration(42), 0}, {0, {}, {}, {}}}, style);
+    WriteChainText(out, RunOf(kBoot), graph, {{1, Duration(99'877), Duration(42), 0}, {0, {}, {}, {}}},
+                   style);
     return out.str();
 }
 

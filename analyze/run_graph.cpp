@@ -178,29 +178,52 @@ std::map<std::string, std::uint32_t> ReadPriorities(const std::string& lister) {
     return priorities;
 }
 
-/// A barrier stands for each priority; the scripts of one wait for the barrier of the next lower one.
+/// The daemons of a block by start priority, lowest first.
+using DaemonsByPriority = std::map<std::uint32_t, std::vector<std::size_t>>;
+
+/// A run that stops daemons goes from the highest priority to the lowest. The log does not say that it was
+/// one.
+bool IsStop(const ProfileBlock& block, const DaemonsByPriority& daemons) {
+    const auto first_start = [&](const std::vector<std::size_t>& indices) {
+        Instant first = Instant::max();
+        for (const std::size_t index : indices) {
+            first = std::min(first, block.plugins[index].start);
+        }
+        return first;
+    };
+    return !daemons.empty() && first_start(daemons.rbegin()->second) < first_start(daemons.begin()->second);
+}
+
+/// A barrier stands for each priority; the scripts of one wait for that of the one before.
+template <typename Iterator>
+void ChainPriorities(Iterator first, Iterator last, std::vector<Needs>& all) {
+    std::vector<std::string> before;
+    for (; first != last; ++first) {
+        const std::string name = "priority " + std::to_string(first->first);
+        for (const std::size_t index : first->second) {
+            all[index] = {PluginKind::kDaemon, before, {name}};
+        }
+        before = {name};
+    }
+}
+
 std::vector<Needs> ReadDaemons(const ProfileBlock& block, const GraphSources& sources,
                                std::vector<std::string>& warnings) {
     const std::map<std::string, std::uint32_t> priorities = ReadPriorities(sources.lister);
-    std::set<std::uint32_t> in_use;
-    for (const PluginTimes& daemon : block.plugins) {
-        if (const auto found = priorities.find(daemon.name); found != priorities.end()) {
-            in_use.insert(found->second);
+    DaemonsByPriority daemons;
+    for (std::size_t index = 0; index < block.plugins.size(); ++index) {
+        const std::string& name = block.plugins[index].name;
+        if (const auto found = priorities.find(name); found != priorities.end()) {
+            daemons[found->second].push_back(index);
+        } else {
+            warnings.push_back(name + " is no init script any more: what it waited for is unknown");
         }
     }
-    const auto name_of = [](std::uint32_t priority) { return "priority " + std::to_string(priority); };
-    std::vector<Needs> all;
-    for (const PluginTimes& daemon : block.plugins) {
-        Needs& needs = all.emplace_back();
-        const auto found = priorities.find(daemon.name);
-        if (found == priorities.end()) {
-            warnings.push_back(daemon.name + " is no init script any more: what it waited for is unknown");
-            continue;
-        }
-        needs = {.kind = PluginKind::kDaemon, .required = {}, .provided = {name_of(found->second)}};
-        if (const auto own = in_use.find(found->second); own != in_use.begin()) {
-            needs.required.push_back(name_of(*std::prev(own)));
-        }
+    std::vector<Needs> all(block.plugins.size());
+    if (IsStop(block, daemons)) {
+        ChainPriorities(daemons.rbegin(), daemons.rend(), all);
+    } else {
+        ChainPriorities(daemons.begin(), daemons.end(), all);
     }
     return all;
 }

@@ -199,6 +199,14 @@ TEST_F(RunGraphTest, DaemonsWaitForThoseOfTheNextLowerPriorityInTheRun) {
     EXPECT_EQ("priority 5", graph.barriers[2].name);
 }
 
+TEST_F(RunGraphTest, DaemonsThatAreStoppedWaitForThoseOfTheNextHigherPriority) {
+    Ran({"first", "later", "last"});
+    block_.plugins[0].start += Duration(20);
+    block_.plugins[1].start += Duration(10);
+    const RunGraph graph = ReadDaemons("/etc/init.d/first 5\n/etc/init.d/later 20\n/etc/init.d/last 30\n");
+    EXPECT_THAT(Providers(graph), ElementsAre(ElementsAre(1), ElementsAre(2), IsEmpty()));
+}
+
 TEST_F(RunGraphTest, ADaemonWithoutAScriptCostsAWarning) {
     Ran({"gone"});
     const RunGraph graph = ReadDaemons("");

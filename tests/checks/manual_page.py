@@ -25,6 +25,7 @@ _ANALYZE_PAGE = "docs/bootweave-analyze.1"
 _NO_MESSAGES = {
     "analyze/help_text.cpp": "the help, which the page has in its own words",
     "analyze/report_text.cpp": "the reports, which the page explains line by line",
+    "analyze/table.cpp": "how the reports write numbers",
     "driver/help_text.cpp": "the help, which the page has in its own words",
     "graph/dot.cpp": "the graph's text",
     "platform/linux/boot_splash.cpp": "arguments for the splash screen",

@@ -7,7 +7,7 @@ import os
 import pty
 import re
 
-from harness import PLUGINS, File, SystemTest, plugin
+from harness import COMMANDS, PLUGINS, UNTIL, File, SystemTest, command, plugin
 from init_scripts import PROFILE, init_scripts
 from native_build import native
 from sample_plugins import read_document
@@ -129,6 +129,53 @@ class BlockTest(SystemTest):
     def test_daemon_runs_are_blocks_of_their_own_and_can_be_chosen(self):
         self.assertEqual([(1, 3, "boot"), (3, 3, "daemon"), (2, 3, "daemon"), (1, 3, "boot")],
                          self._kinds("", "--boot=last", "--boot=2", "--boot=boot"))
+
+
+    def test_a_list_has_each_run(self):
+        host = self.host(plugin("a"), init_scripts(one=10, two=20))
+        end = host.shell(f"""{{ bootweave && bootweave --daemon=wait --method=start; }} >/dev/null &&
+            exec {_ANALYZE} list""")
+        self.assertEqual((0, ""), (end.status, end.stderr))
+        rows = [line.split("\t") for line in end.stdout.splitlines()]
+        self.assertEqual([["1", "boot", "1", "1"], ["2", "daemon", "2", "2"]],
+                         [[row[0], row[1], row[4], row[5]] for row in rows])
+
+    def test_a_daemon_waits_for_those_of_the_next_lower_priority(self):
+        host = self.host(init_scripts(late=30, early=10, also=10, slow=(20, "sleep 0.3")))
+        end = host.shell(f"""bootweave >/dev/null && bootweave --daemon=wait --method=start >/dev/null &&
+            exec {_ANALYZE} critical-chain --boot last""")
+        self.assertEqual((0, ""), (end.status, end.stderr))
+        rows = [line.split("\t")[3:] for line in end.stdout.splitlines()]
+        self.assertEqual([["late", "priority 20"], ["slow", "priority 10"]], rows[:2])
+        self.assertIn(rows[2], [["early", "-"], ["also", "-"]])
+
+    def test_a_daemon_that_is_stopped_waits_for_those_of_the_next_higher_priority(self):
+        host = self.host(init_scripts(one=10, two=20, three=30))
+        end = host.shell(f"""bootweave >/dev/null && bootweave --daemon=wait --method=stop >/dev/null &&
+            exec {_ANALYZE} critical-chain --boot last""")
+        self.assertEqual((0, ""), (end.status, end.stderr))
+        self.assertEqual([["one", "priority 20"], ["two", "priority 30"], ["three", "-"]],
+                         [line.split("\t")[3:] for line in end.stdout.splitlines()])
+
+
+class DifferenceTest(SystemTest):
+    """Two boots compared."""
+
+    def test_a_plugin_that_got_slower_comes_first(self):
+        host = self.host(plugin("a", start=["nap"]), plugin("b"), command("nap", "exec sleep 0.1"))
+        script = UNTIL + f"""bootweave >/dev/null && mv {PROFILE} /tmp/old.log &&
+            until_ sh -c '! pidof -q bootweave' && rm -f /run/corvane/bootweaveExecutor.sock &&
+            printf '#!/bin/sh\nexec sleep 0.6\n' >{COMMANDS}/nap && rm {PLUGINS}/b.json &&
+            bootweave >/dev/null && exec {_ANALYZE} diff /tmp/old.log {PROFILE} --json"""
+        end = host.shell(script)
+        self.assertEqual((0, ""), (end.status, end.stderr))
+        report = json.loads(end.stdout)
+        slower, gone = report["plugins"]
+        self.assertEqual("a", slower["name"])
+        self.assertGreater(slower["change_us"], 400_000)
+        self.assertEqual(slower["new_us"] - slower["old_us"], slower["change_us"])
+        self.assertEqual(("b", None), (gone["name"], gone["new_us"]))
+        self.assertEqual(report["new"]["total_us"] - report["old"]["total_us"], report["total_change_us"])
 
 
 class NativePluginTest(SystemTest):

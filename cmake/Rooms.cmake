@@ -14,7 +14,8 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 add_library(bootweave_build_flags INTERFACE)
 target_compile_definitions(bootweave_build_flags INTERFACE _GNU_SOURCE _FILE_OFFSET_BITS=64)
 target_compile_options(bootweave_build_flags INTERFACE
-  -Wall -Wextra -Wpedantic -Werror -Wshadow -Wformat=2 -Wconversion -Wsign-conversion
+  -Wall -Wextra -Wpedantic $<$<BOOL:${BOOTWEAVE_WERROR}>:-Werror>
+  -Wshadow -Wformat=2 -Wconversion -Wsign-conversion
   $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Woverloaded-virtual -Wnon-virtual-dtor -Wextra-semi>
   -fstack-protector-strong -fstack-clash-protection -ffunction-sections -fdata-sections)
 target_link_options(bootweave_build_flags INTERFACE -Wl,--gc-sections -Wl,-z,relro,-z,now)

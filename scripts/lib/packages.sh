@@ -21,6 +21,13 @@ PACKAGES_PLUGINS=(g++ gcc make pkgconf)
 # To check sources, scripts and documents; the versions are those that the checks ask for by name.
 PACKAGES_CHECKS=(clang-14 clang-format-14 clang-tidy-14 git man-db python3 shellcheck)
 
+# To build the Debian packages, and to look at what came of it.
+PACKAGES_PACKAGE=(
+    cmake debhelper dpkg-dev g++ git ninja-build
+    libboost1.81-dev libboost-json1.81-dev zlib1g-dev
+)
+PACKAGES_PACKAGE_TEST=(lintian)
+
 # To fuzz.
 PACKAGES_FUZZ=(clang-14 libclang-rt-14-dev)
 

@@ -14,6 +14,8 @@
 #include "analyze/options.h"
 #include "analyze/report_json.h"
 #include "analyze/run_graph.h"
+#include "analyze/verify.h"
+#include "analyze/verify_text.h"
 #include "util/exception.h"
 
 namespace bootweave {
@@ -81,6 +83,16 @@ void WriteDiff(const Request& request) {
                          : WriteDiffText(request.out, before, after, request.style);
 }
 
+/// \return the exit status
+int WriteVerification(const Request& request) {
+    const VerifyReport report =
+        Verify({.paths = request.options.files, .directory = request.options.plugin_directory});
+    request.options.json ? WriteVerifyJson(request.out, report)
+                         : WriteVerifyText(request.out, report, request.style);
+    const bool has_errors = report.Count(Severity::kError) > 0;
+    return has_errors || (request.options.strict && !report.findings.empty()) ? kFailed : 0;
+}
+
 void WriteHelp(const Request& request) {
     request.out << kAnalyzeHelpText;
 }
@@ -104,11 +116,18 @@ Report ReportOf(AnalyzeCommand command) {
     }
 }
 
-void RunCommand(const Request& request) {
-    ReportOf(request.options.command)(request);
+/// \return the exit status
+int RunCommand(const Request& request) {
+    int status = 0;
+    if (request.options.command == AnalyzeCommand::kVerify) {
+        status = WriteVerification(request);
+    } else {
+        ReportOf(request.options.command)(request);
+    }
     if (!request.out.flush().good()) {
         throw Exception("cannot write the report");
     }
+    return status;
 }
 
 }  // namespace
@@ -116,8 +135,7 @@ void RunCommand(const Request& request) {
 int RunAnalyze(int argc, char** argv, std::ostream& out, std::ostream& err, const TextStyle& style) {
     Diagnostics diagnostics(err);
     try {
-        RunCommand({ParseAnalyzeOptions(argc, argv), out, diagnostics, style});
-        return 0;
+        return RunCommand({ParseAnalyzeOptions(argc, argv), out, diagnostics, style});
     } catch (const UsageException& exception) {
         diagnostics.Say(exception.what());
         return kWrongUsage;

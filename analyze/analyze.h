@@ -6,7 +6,8 @@
 #include "analyze/report_text.h"
 
 /// \file
-/// bootweave-analyze: reads the boot profile and says where the time went. Runs no plugin and writes no file.
+/// bootweave-analyze: says where the time of a boot went, and what is wrong with plugins. Runs no plugin and
+/// writes no file.
 
 namespace bootweave {
 

@@ -186,5 +186,23 @@ TEST_F(AnalyzeTest, AChainSaysWhatItCannotKnow) {
         chain.err);
 }
 
+TEST_F(AnalyzeTest, TheStatusOfAVerificationSaysHowBadItIs) {
+    const std::string plugin = R"({"metadata": {"version": 1, "requires": [], "provides": [], "x": 1},
+                                   "operations": {"start": []}})";
+    const std::string odd = dir_.WriteFile("odd.json", plugin);
+    const std::string bad = dir_.WriteFile("bad.json", "[]");
+    const std::string place = "--plugin-directory=" + dir_.File("none");
+    const std::string warning = odd + ": warning: unknown key 'metadata.x'\n1 plugin: 0 errors, 1 warning\n";
+    EXPECT_EQ(0, RunWith({"analyze", "verify", place, odd}).status);
+    EXPECT_EQ(warning, RunWith({"analyze", "verify", place, odd}).out);
+    EXPECT_EQ(1, RunWith({"analyze", "verify", place, "--strict", odd}).status);
+    EXPECT_EQ(warning, RunWith({"analyze", "verify", place, "--strict", odd}).out);
+    EXPECT_EQ(1, RunWith({"analyze", "verify", place, bad}).status);
+    const Outcome json = RunWith({"analyze", "verify", place, "--json", odd});
+    EXPECT_EQ(0, json.status);
+    EXPECT_TRUE(json.out.starts_with("{\"plugins\":1,\"errors\":0,\"warnings\":1,"));
+    EXPECT_EQ("", json.err);
+}
+
 }  // namespace
 }  // namespace bootweave

@@ -4,7 +4,8 @@
 namespace bootweave {
 
 const char* const kAnalyzeHelpText =
-    "bootweave-analyze: tells where the time of a boot went.\n"
+    "bootweave-analyze: tells where the time of a boot went, and what is wrong\n"
+    "with its plugins.\n"
     "\n"
     "usage: bootweave-analyze [OPTION...] [COMMAND]\n"
     "\n"
@@ -16,12 +17,15 @@ const char* const kAnalyzeHelpText =
     "  diff OLD.log NEW.log\n"
     "           what got slower or faster between two boots\n"
     "  list     the runs that the profile tells of\n"
+    "  verify [FILE or DIRECTORY...]\n"
+    "           what is wrong with the host's plugins, or with these\n"
     "\n"
     "Options:\n"
     "  --profile FILE          read this boot profile, not /var/log/sysboot.log\n"
     "  --boot boot|last|N      the last boot in it (the default), its last block\n"
     "                          of any kind, or block N, from 1\n"
-    "  --plugin-directory DIR  where the plugins are, for critical-chain\n"
+    "  --plugin-directory DIR  where the host's plugins are\n"
+    "  --strict                for verify: warnings count as errors\n"
     "  --json                  write one JSON object, for programs\n"
     "  -h, --help              show this help\n"
     "\n"
@@ -38,6 +42,8 @@ const char* const kAnalyzeHelpText =
     "  bootweave-analyze blame --boot last\n"
     "      Which init script took longest, when they were last started?\n"
     "  bootweave-analyze time --profile sysboot.log --json\n"
-    "      The same numbers from a copy of the profile, for a program.\n";
+    "      The same numbers from a copy of the profile, for a program.\n"
+    "  bootweave-analyze verify my-plugin.json\n"
+    "      Would this plugin work on this host?\n";
 
 }  // namespace bootweave

@@ -20,6 +20,7 @@ enum Option : int {
     kBoot,
     kPluginDirectory,
     kJson,
+    kStrict,
 };
 
 constexpr std::array kLongOptions{
@@ -28,15 +29,17 @@ constexpr std::array kLongOptions{
     option{"boot", required_argument, nullptr, kBoot},
     option{"plugin-directory", required_argument, nullptr, kPluginDirectory},
     option{"json", no_argument, nullptr, kJson},
+    option{"strict", no_argument, nullptr, kStrict},
     option{nullptr, 0, nullptr, 0},
 };
 
-constexpr std::array<std::pair<std::string_view, AnalyzeCommand>, 5> kCommands{
+constexpr std::array<std::pair<std::string_view, AnalyzeCommand>, 6> kCommands{
     {{"time", AnalyzeCommand::kTime},
      {"blame", AnalyzeCommand::kBlame},
      {"critical-chain", AnalyzeCommand::kCriticalChain},
      {"list", AnalyzeCommand::kList},
-     {"diff", AnalyzeCommand::kDiff}}};
+     {"diff", AnalyzeCommand::kDiff},
+     {"verify", AnalyzeCommand::kVerify}}};
 
 BlockChoice ParseBlock(std::string_view text) {
     using Which = BlockChoice::Which;
@@ -97,6 +100,9 @@ void Apply(int parsed, char** argv, AnalyzeOptions& options) {
         case kJson:
             options.json = true;
             break;
+        case kStrict:
+            options.strict = true;
+            break;
         default:
             Refuse(argv);
     }
@@ -108,6 +114,10 @@ void ApplyWords(const std::vector<std::string>& words, AnalyzeOptions& options) 
         return;
     }
     options.command = ParseCommand(words[0]);
+    if (options.command == AnalyzeCommand::kVerify) {
+        options.files.assign(words.begin() + 1, words.end());
+        return;
+    }
     std::size_t used = 1;
     if (options.command == AnalyzeCommand::kCriticalChain && words.size() > used) {
         options.plugin = words[used++];

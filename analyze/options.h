@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "driver/options.h"
 #include "driver/profiling_log.h"
@@ -25,6 +26,7 @@ enum class AnalyzeCommand {
     kCriticalChain,
     kList,
     kDiff,
+    kVerify,
 };
 
 /// Which block of the log a report is about.
@@ -46,6 +48,8 @@ struct AnalyzeOptions {
     BlockChoice block{};
     std::string plugin_directory = DriverOptions().plugin_directory;
     std::optional<std::string> plugin{};  ///< that critical-chain is about; nothing is the last to end
+    std::vector<std::string> files{};     ///< that verify is about; none are the host's own
+    bool strict = false;                  ///< for verify: warnings count as errors
     bool json = false;
 };
 

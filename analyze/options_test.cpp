@@ -79,6 +79,15 @@ TEST(AnalyzeOptionsTest, ADifferenceIsThatOfTwoProfiles) {
     EXPECT_EQ("a word too many: 'c'; see --help", ErrorOf({"diff", "a", "b", "c"}));
 }
 
+TEST(AnalyzeOptionsTest, AVerificationIsOfAnyNumberOfFiles) {
+    EXPECT_EQ(AnalyzeCommand::kVerify, Parse({"verify"}).command);
+    EXPECT_TRUE(Parse({"verify"}).files.empty());
+    EXPECT_FALSE(Parse({"verify"}).strict);
+    const AnalyzeOptions options = Parse({"verify", "a", "--strict", "b", "--", "-c"});
+    EXPECT_EQ((std::vector<std::string>{"a", "b", "-c"}), options.files);
+    EXPECT_TRUE(options.strict);
+}
+
 TEST(AnalyzeOptionsTest, HelpEndsTheParsing) {
     EXPECT_EQ(AnalyzeCommand::kHelp, Parse({"--help", "--nonsense"}).command);
     EXPECT_EQ(AnalyzeCommand::kHelp, Parse({"-h"}).command);

@@ -163,4 +163,21 @@ void WriteDiffJson(std::ostream& out, const ChosenRun& before, const ChosenRun& 
     out << json::serialize(report) << "\n";
 }
 
+void WriteVerifyJson(std::ostream& out, const VerifyReport& report) {
+    json::array findings;
+    for (const Finding& finding : report.findings) {
+        findings.push_back(json::object{
+            {"file", Utf8Text(finding.file)},
+            {"severity", SeverityText(finding.severity)},
+            {"kind", FindingKindText(finding.kind)},
+            {"plugin", finding.plugin.empty() ? json::value() : json::value(Utf8Text(finding.plugin))},
+            {"text", Utf8Text(finding.text)}});
+    }
+    out << json::serialize(json::object{{"plugins", report.plugins},
+                                        {"errors", report.Count(Severity::kError)},
+                                        {"warnings", report.Count(Severity::kWarning)},
+                                        {"findings", std::move(findings)}})
+        << "\n";
+}
+
 }  // namespace bootweave

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "analyze/report_text.h"
+#include "analyze/verify.h"
 
 /// \file
 /// The reports as JSON, one object in one line.
@@ -25,6 +26,8 @@
 /// list:   profile, blocks, runs (block, kind, line, start, end, total_us, plugins_ran, plugins: how many)
 /// diff:   old, new (each with profile, block, blocks, kind, total_us, plugins_us), total_change_us,
 ///         plugins_change_us, plugins (name, old_us, new_us, change_us), greatest change first
+/// verify: plugins, errors, warnings,
+///         findings (file, severity, kind, plugin, text), by file
 
 namespace bootweave {
 
@@ -43,5 +46,8 @@ void WriteChainJson(std::ostream& out, const ChosenRun& run, const RunGraph& gra
 
 /// Writes what changed from one run to another.
 void WriteDiffJson(std::ostream& out, const ChosenRun& before, const ChosenRun& after);
+
+/// Writes what is wrong with the plugins.
+void WriteVerifyJson(std::ostream& out, const VerifyReport& report);
 
 }  // namespace bootweave

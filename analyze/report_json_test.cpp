@@ -114,5 +114,19 @@ TEST(ReportJsonTest, ADifferenceHasBothSidesAndEachPlugin) {
     EXPECT_NE(std::string::npos, unknown.str().find(R"("total_change_us":null)"));
 }
 
+TEST(ReportJsonTest, AVerificationHasItsSumsAndEachFinding) {
+    std::ostringstream out;
+    WriteVerifyJson(out, {.plugins = 3,
+                          .findings = {{"a.json", Severity::kError, FindingKind::kCommand, "a", "x\xff"},
+                                       {"d.conf", Severity::kWarning, FindingKind::kWritable, "", "y"}}});
+    EXPECT_EQ(R"({"plugins":3,"errors":1,"warnings":1,"findings":[)"
+              R"({"file":"a.json","severity":"error","kind":"command","plugin":"a","text":"x)"
+              "\xEF\xBF\xBD"
+              R"("},)"
+              R"({"file":"d.conf","severity":"warning","kind":"writable","plugin":null,"text":"y"}]})"
+              "\n",
+              out.str());
+}
+
 }  // namespace
 }  // namespace bootweave

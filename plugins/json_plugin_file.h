@@ -46,9 +46,9 @@ struct JSONPluginRemarks {
         std::string parent;  ///< as in JSONPluginKey
         std::string name;
     };
-    std::vector<Key> keys;      ///< in the order of the file
-    std::vector<Key> repeated;  ///< those that an object has more than once; the last one counts
-    std::string syntax_error;   ///< "line 3, column 5: <why>" for a text that is no JSON
+    std::vector<Key> keys{};      ///< in the order of the file
+    std::vector<Key> repeated{};  ///< those that an object has more than once; the last one counts
+    std::string syntax_error{};   ///< "line 3, column 5: <why>" for a text that is no JSON
 };
 
 /// Looks at a JSON plugin file, whether it can be loaded or not. One that cannot be read has no remarks.

@@ -1,0 +1,267 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "analyze/verified_plugins.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <optional>
+#include <system_error>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "analyze/verify.h"
+#include "analyze/verify_json_keys.h"
+#include "driver/discovery.h"
+#include "plugins/json_plugin_file.h"
+#include "util/error_text.h"
+
+namespace bootweave {
+namespace {
+
+/// A file or directory, under the name that was given and the one that a boot would use.
+struct Place {
+    explicit Place(const std::filesystem::path& path)
+        : shown(path.string()), absolute(std::filesystem::absolute(path).string()) {}
+
+    std::string shown;
+    std::string absolute;
+};
+
+class Loader {
+  public:
+    explicit Loader(const VerifySources& sources) : sources_(sources), reader_(sources.native) {}
+
+    VerifiedPlugins Load() {
+        if (sources_.paths.empty()) {
+            LoadDirectory(Place(sources_.directory));
+            if (Exists(sources_.injections)) {
+                LoadInjections(Place(sources_.injections));
+            }
+        }
+        for (const std::string& path : sources_.paths) {
+            LoadPath(path);
+        }
+        if (!loaded_.complete && !sources_.paths.empty()) {
+            LoadSurroundings();
+        }
+        CheckMarkers();
+        return std::move(loaded_);
+    }
+
+  private:
+    static bool Exists(const std::string& path) {
+        struct stat status {};
+        return ::stat(path.c_str(), &status) == 0;
+    }
+
+    void Add(const Place& place, Severity severity, FindingKind kind, const std::string& plugin,
+             std::string text) {
+        if (reporting_) {
+            loaded_.findings.push_back({place.shown, severity, kind, plugin, std::move(text)});
+        }
+    }
+
+    void LoadPath(const std::string& path) {
+        const Place place{std::filesystem::path(path)};
+        struct stat status {};
+        if (::stat(path.c_str(), &status) != 0) {
+            Add(place, Severity::kError, FindingKind::kUnreadable, "", "cannot read: " + LastErrorText());
+        } else if (S_ISDIR(status.st_mode)) {
+            LoadDirectory(place);
+        } else if (path.ends_with(".conf")) {
+            given_injections_ = true;
+            LoadInjections(place);
+        } else {
+            const std::string name = std::filesystem::path(path).filename().string();
+            given_.insert(name);
+            LoadFile(place, name);
+        }
+    }
+
+    /// The host's own, as if what was given had been added to them.
+    void LoadSurroundings() {
+        reporting_ = false;
+        if (Exists(sources_.directory)) {
+            LoadDirectory(Place(sources_.directory));
+        }
+        if (!given_injections_ && Exists(sources_.injections)) {
+            LoadInjections(Place(sources_.injections));
+        }
+    }
+
+    void LoadDirectory(const Place& place) {
+        std::vector<std::string> names;
+        std::error_code error;
+        for (std::filesystem::directory_iterator entry(place.absolute, error), end; !error && entry != end;
+             entry.increment(error)) {
+            names.push_back(entry->path().filename().string());
+        }
+        if (error) {
+            Add(place, Severity::kError, FindingKind::kUnreadable, "",
+                "cannot read: " + ErrorText(error.value()));
+            return;
+        }
+        loaded_.complete = true;
+        CheckWriters(place, "");
+        std::sort(names.begin(), names.end());
+        for (const std::string& name : names) {
+            if (reporting_ || !given_.contains(name)) {
+                LoadFile(Place(std::filesystem::path(place.shown) / name), name);
+            }
+        }
+    }
+
+    void LoadFile(const Place& place, const std::string& file_name) {
+        if (std::string reason = WhyNoPluginFile(file_name); !reason.empty()) {
+            Add(place, Severity::kWarning, FindingKind::kIgnored, "", std::move(reason));
+            return;
+        }
+        const PluginFileName name = SplitPluginFileName(file_name);
+        if (name.extension == "debug") {
+            if (reporting_) {
+                markers_.emplace_back(place, name.base);
+            }
+            return;
+        }
+        CheckWriters(place, name.base);
+        if (IsReadable(place, name.base)) {
+            LoadPlugin(place, name);
+        }
+    }
+
+    void LoadPlugin(const Place& place, const PluginFileName& name) {
+        VerifiedPlugin plugin{.name = name.base, .file = place.shown, .reported = reporting_};
+        const bool is_json = name.extension == "json";
+        std::optional<std::int32_t> version;
+        try {
+            version = is_json ? ReadJSON(place, plugin) : ReadNative(place, plugin);
+            loaded_.plugins.push_back(plugin);
+        } catch (const std::exception& error) {
+            Add(place, Severity::kError, FindingKind::kNotLoaded, plugin.name, error.what());
+        }
+        if (is_json && reporting_) {
+            CheckJSONKeys(ReadJSONPluginRemarks(place.absolute), version, plugin, loaded_.findings);
+        }
+    }
+
+    static std::int32_t ReadJSON(const Place& place, VerifiedPlugin& plugin) {
+        JSONPluginFile file = ReadJSONPluginFile(place.absolute);
+        plugin.requires_names = std::move(file.requires_names);
+        plugin.provides_names = std::move(file.provides_names);
+        plugin.required_flags = std::move(file.required_flags);
+        plugin.disabling_flags = std::move(file.disabling_flags);
+        plugin.run_once = file.run_once;
+        plugin.version = std::move(file.plugin_version);
+        plugin.commands = std::move(file.start);
+        if (file.apply_host_profile.has_value()) {
+            plugin.commands.insert(plugin.commands.end(), file.apply_host_profile->begin(),
+                                   file.apply_host_profile->end());
+        }
+        return file.version;
+    }
+
+    std::int32_t ReadNative(const Place& place, VerifiedPlugin& plugin) {
+        NativeMetadata metadata = reader_.Read(place.absolute);
+        plugin.requires_names = std::move(metadata.requires_names);
+        plugin.provides_names = std::move(metadata.provides_names);
+        plugin.required_flags = {metadata.required_flags.begin(), metadata.required_flags.end()};
+        plugin.disabling_flags = {metadata.disabling_flags.begin(), metadata.disabling_flags.end()};
+        plugin.run_once = metadata.run_once;
+        plugin.version = std::move(metadata.plugin_version);
+        return metadata.version;
+    }
+
+    void LoadInjections(const Place& place) {
+        CheckWriters(place, "");
+        if (!IsReadable(place, "")) {
+            return;
+        }
+        DebugInjections injections(place.absolute);
+        for (const DebugInjection& injection : injections.LoadQuietly()) {
+            loaded_.plugins.push_back({.name = injection.name,
+                                       .file = place.shown,
+                                       .reported = reporting_,
+                                       .injected = true,
+                                       .requires_names = injection.requires_names,
+                                       .provides_names = injection.provides_names});
+        }
+        for (const std::string& complaint : injections.complaints()) {
+            Add(place, Severity::kError, FindingKind::kDebugLine, "", complaint);
+        }
+    }
+
+    /// The loader cannot tell a file that is missing from one that this user must not read; a boot may read
+    /// all.
+    bool IsReadable(const Place& place, const std::string& plugin) {
+        if (::faccessat(AT_FDCWD, place.absolute.c_str(), R_OK, AT_EACCESS) == 0 || errno != EACCES) {
+            return true;
+        }
+        Add(place, Severity::kError, FindingKind::kUnreadable, plugin, "cannot read: " + LastErrorText());
+        return false;
+    }
+
+    /// What others may change is run with all privileges. Who verifies files that are not yet on the host
+    /// owns them, perhaps.
+    void CheckWriters(const Place& place, const std::string& plugin) {
+        struct stat status {};
+        if (::stat(place.absolute.c_str(), &status) != 0) {
+            return;
+        }
+        const bool is_own = !sources_.paths.empty() && status.st_uid == ::geteuid();
+        if (status.st_uid != 0 && status.st_uid != sources_.user && !is_own) {
+            Add(place, Severity::kWarning, FindingKind::kWritable, plugin,
+                "user " + std::to_string(status.st_uid) + " may change it, who owns it");
+        }
+        if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+            std::array<char, 8> mode{};
+            static_cast<void>(std::snprintf(mode.data(), mode.size(), "%04o", status.st_mode & 07777U));
+            Add(place, Severity::kWarning, FindingKind::kWritable, plugin,
+                std::string("others may change it (mode ") + mode.data() + ")");
+        }
+    }
+
+    /// Files that name an injection. Each line of the injections runs once without them.
+    void CheckMarkers() {
+        reporting_ = true;
+        for (const auto& [place, name] : markers_) {
+            const bool is_known = std::any_of(loaded_.plugins.begin(), loaded_.plugins.end(),
+                                              [&name = name](const VerifiedPlugin& plugin) {
+                                                  return plugin.injected && plugin.name == name;
+                                              });
+            Add(place, Severity::kWarning, FindingKind::kDebugFile, name,
+                is_known ? "makes the debug injection '" + name + "' run twice"
+                         : "there is no debug injection '" + name + "'");
+        }
+    }
+
+    const VerifySources& sources_;
+    NativeMetadataReader reader_;
+    VerifiedPlugins loaded_;
+    bool reporting_ = true;
+    bool given_injections_ = false;
+    std::set<std::string> given_;  // names of files that take the place of the host's own
+    std::vector<std::pair<Place, std::string>> markers_;
+};
+
+}  // namespace
+
+void AddFinding(Findings& findings, const VerifiedPlugin& plugin, Severity severity, FindingKind kind,
+                const std::string& text) {
+    if (plugin.reported) {
+        findings.push_back({plugin.file, severity, kind, plugin.name,
+                            plugin.injected ? "injection '" + plugin.name + "': " + text : text});
+    }
+}
+
+VerifiedPlugins LoadVerifiedPlugins(const VerifySources& sources) {
+    return Loader(sources).Load();
+}
+
+}  // namespace bootweave

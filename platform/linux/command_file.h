@@ -17,18 +17,18 @@ namespace bootweave {
 /// A trusted executable: a regular file, executable, of root or of this process's user, that neither its
 /// group nor others can write.
 ///
-/// Trust belongs to the file, not to its name, so the file is opened first and judged through the descriptor.
-/// Between the judgement and the exec, somebody who can write one of the directories on the way could put
-/// another file in its place. Running the descriptor itself closes that gap, but a script then knows itself
-/// as "/proc/PID/fd/N": each message of its shell starts with that, and it finds nothing that lies beside
-/// it. So a file is run by its path where nobody but root and this user can change what the path names, which
-/// is every properly installed host, and by its descriptor everywhere else.
+/// Trust belongs to the file, not to its name: between the judgement and the exec, somebody who can write one
+/// of the directories on the way could put another file in its place. Opening the file first, judging it
+/// through the descriptor and running that closes the gap, but a script then knows itself as
+/// "/proc/PID/fd/N": each message of its shell starts with that, and it finds nothing that lies beside it. So
+/// a file is run by its path where nobody but root and this user can change what the path names, which is
+/// every properly installed host, and by its descriptor everywhere else.
 ///
 /// Life: keep the object until the program has ended. A script is opened by its interpreter, some time after
 /// the exec, and must still be there.
 class CommandFile {
   public:
-    /// Opens and judges the file `name` in `directory`, which is absolute. Links are followed.
+    /// Finds and judges the file `name` in `directory`, which is absolute. Links are followed.
     ///
     /// \return nothing when the directory has no such name
     /// \throws Exception  "not a trusted executable", also for a link that leads nowhere; the system's error
@@ -52,7 +52,7 @@ class CommandFile {
     CommandFile(UniqueFd file, std::string path, std::string exec_path);
     [[nodiscard]] static UniqueFd OpenTrusted(const std::string& path, uid_t user, struct stat& status);
 
-    UniqueFd file_;
+    UniqueFd file_;  ///< invalid where the path does as well
     std::string path_;
     std::string exec_path_;
 };

@@ -118,22 +118,33 @@ TEST(CommandFileTest, AFileOfAnotherUserIsNotTrusted) {
     EXPECT_EQ("found", RefusalOf(dir.path(), "a"));
 }
 
-TEST(CommandFileTest, AFileThatCannotBeJudgedIsNeitherMissingNorTrusted) {
-    const TempDir dir;
-    dir.WriteProgram("a", Script("good"));
+/// What becomes of looking for `directory`/a while no descriptor can be opened.
+std::string FoundWithoutDescriptors(const std::string& directory) {
     rlimit limit{};
-    ASSERT_EQ(0, ::getrlimit(RLIMIT_NOFILE, &limit));
-    std::string refusal;
+    EXPECT_EQ(0, ::getrlimit(RLIMIT_NOFILE, &limit));
     try {
         // Put back before the error is looked at: the sanitizers need descriptors for that.
         const ScopeGuard restore([&limit] { ::setrlimit(RLIMIT_NOFILE, &limit); });
         const rlimit none{0, limit.rlim_max};
-        ASSERT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &none));
-        refusal = CommandFile::Find(dir.path(), "a").has_value() ? "found" : "missing";
+        EXPECT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &none));
+        return CommandFile::Find(directory, "a").has_value() ? "found" : "missing";
     } catch (const Exception& error) {
-        refusal = error.what();
+        return error.what();
     }
-    EXPECT_EQ("Too many open files", refusal);
+}
+
+TEST(CommandFileTest, AFileThatCannotBeJudgedIsNeitherMissingNorTrusted) {
+    const TempDir dir;
+    std::filesystem::create_directory(dir.File("real"));
+    dir.WriteProgram("real/a", Script("good"));
+    std::filesystem::create_symlink("real", dir.File("link"));
+    EXPECT_EQ("Too many open files", FoundWithoutDescriptors(dir.File("link")));
+}
+
+TEST(CommandFileTest, APathWithoutLinksIsJudgedWithoutDescriptors) {
+    const TempDir dir;
+    dir.WriteProgram("a", Script("good"));
+    EXPECT_EQ("found", FoundWithoutDescriptors(dir.path()));
 }
 
 /// Where others may change what a path names, what was judged runs, whatever the name stands for by then.

@@ -61,16 +61,12 @@ class EndOfChild {
 /// The reading end of a program's standard error.
 class ErrorReader {
   public:
-    ErrorReader(UniqueFd pipe, std::size_t bound) : pipe_(std::move(pipe)), bound_(bound) {
-        const int flags = ::fcntl(pipe_.get(), F_GETFL);
-        if (flags == -1 || ::fcntl(pipe_.get(), F_SETFL, flags | O_NONBLOCK) == -1) {
-            throw Exception(LastErrorText());
-        }
-    }
+    ErrorReader(UniqueFd pipe, std::size_t bound) : pipe_(std::move(pipe)), bound_(bound) {}
 
     [[nodiscard]] int descriptor() const { return pipe_.get(); }
 
-    /// Reads once, `limit` bytes at most. \return how many there were; 0 when there is nothing more to come
+    /// Reads once, `limit` bytes at most; waits where there is nothing yet. \return how many there were; 0
+    /// when there is nothing more to come
     std::size_t Read(std::size_t limit = kReadSize) {
         std::array<char, kReadSize> buffer;
         const std::size_t size = std::min(limit, buffer.size());
@@ -122,7 +118,9 @@ void ReadUntilEnd(const EndOfChild& end, ErrorReader& errors) {
             descriptors[1].fd = -1;  // the program has closed its standard error and goes on
         }
     }
-    errors.ReadWhatIsThere();
+    if ((descriptors[1].revents & POLLIN) != 0) {
+        errors.ReadWhatIsThere();
+    }
 }
 
 }  // namespace

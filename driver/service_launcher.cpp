@@ -8,6 +8,7 @@
 #include "platform/log.h"
 #include "util/child_process.h"
 #include "util/error_text.h"
+#include "util/signals.h"
 #include "util/standard_streams.h"
 
 namespace bootweave {

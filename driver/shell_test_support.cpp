@@ -4,8 +4,6 @@
 #include <cerrno>
 #include <string_view>
 
-#include <spawn.h>
-
 namespace bootweave {
 namespace {
 
@@ -36,23 +34,22 @@ std::string ShellStub::asked() {
 // NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" {
 
-int __real_posix_spawn(pid_t* pid, const char* path, const posix_spawn_file_actions_t* actions,
-                       const posix_spawnattr_t* attributes, char* const argv[], char* const environment[]);
-int __wrap_posix_spawn(pid_t* pid, const char* path, const posix_spawn_file_actions_t* actions,
-                       const posix_spawnattr_t* attributes, char* const argv[], char* const environment[]);
-int __wrap_posix_spawn(pid_t* pid, const char* path, const posix_spawn_file_actions_t* actions,
-                       const posix_spawnattr_t* attributes, char* const argv[], char* const environment[]) {
+int __real_execve(const char* path, char* const argv[], char* const environment[]);
+int __wrap_execve(const char* path, char* const argv[], char* const environment[]);
+// In a child that borrows this process's memory.
+int __wrap_execve(const char* path, char* const argv[], char* const environment[]) {
     using bootweave::g_substitute;
     if (std::string_view(path) != "/bin/sh" || argv[1] == nullptr || argv[2] == nullptr) {
-        return __real_posix_spawn(pid, path, actions, attributes, argv, environment);
+        return __real_execve(path, argv, environment);
     }
     bootweave::g_asked = argv[2];
     if (bootweave::g_exhausted) {
-        return EAGAIN;
+        errno = EAGAIN;
+        return -1;
     }
     char* const command = g_substitute.empty() ? argv[2] : g_substitute.data();
     char* const words[] = {argv[0], argv[1], command, nullptr};
-    return __real_posix_spawn(pid, path, actions, attributes, words, environment);
+    return __real_execve(path, words, environment);
 }
 
 }  // extern "C"

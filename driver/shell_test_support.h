@@ -6,7 +6,7 @@
 namespace bootweave {
 
 /// What the programs of a test's own process get when they run a shell command. For tests that wrap
-/// posix_spawn.
+/// execve.
 ///
 /// Threads: one, and no shell commands of others meanwhile.
 class ShellStub {

@@ -16,6 +16,7 @@
 #include "util/exception.h"
 #include "util/process_lock.h"
 #include "util/retry.h"
+#include "util/signals.h"
 
 namespace bootweave {
 namespace {
@@ -62,7 +63,9 @@ void ResetUnderLock(HostcliExecutor& executor) {
 }  // namespace
 
 HostcliExecutor::HostcliExecutor() {
-    if (::signal(SIGPIPE, SIG_IGN) == SIG_ERR) {
+    struct sigaction ignore {};
+    ignore.sa_handler = SIG_IGN;
+    if (!ChangeSignal(SIGPIPE, ignore)) {
         Log_Level(3, "Bootweave cannot ignore SIGPIPE\n");
     }
 }

@@ -88,7 +88,7 @@ TEST_F(ExecutorClientTest, MakingItIgnoresBrokenPipes) {
 }
 
 TEST_F(ExecutorClientTest, ASignalThatCannotBeIgnoredIsSaid) {
-    SystemCalls::Fail(SystemCall::kSignal, {.error = EINVAL});
+    SystemCalls::Fail(SystemCall::kSigaction, {.error = EINVAL});
     const HostcliExecutor another;
     EXPECT_THAT(FakePlatform::log(), ElementsAre(LogMessage{3, "Bootweave cannot ignore SIGPIPE\n"}));
 }

@@ -18,6 +18,7 @@
 #include "platform/log.h"
 #include "plugins/troubleshooting_shell.h"
 #include "util/retry.h"
+#include "util/signals.h"
 #include "util/unique_fd.h"
 
 namespace bootweave {
@@ -110,13 +111,13 @@ class RestoreOnSignal {
         for (std::size_t i = 0; i < kSignals.size(); ++i) {
             ::sigaction(kSignals[i], nullptr, &before_[i]);
             if (before_[i].sa_handler != SIG_IGN) {
-                ::sigaction(kSignals[i], &restore, nullptr);
+                ChangeSignal(kSignals[i], restore);
             }
         }
     }
     ~RestoreOnSignal() {
         for (std::size_t i = 0; i < kSignals.size(); ++i) {
-            ::sigaction(kSignals[i], &before_[i], nullptr);
+            ChangeSignal(kSignals[i], before_[i]);
         }
     }
     RestoreOnSignal(const RestoreOnSignal&) = delete;

@@ -3,13 +3,13 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <csignal>
-#include <cstring>
+#include <cstddef>
 
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
-#include <sys/syscall.h>
+#include <sched.h>
 #include <sys/wait.h>
 #include <unistd.h>
 extern "C" {
@@ -17,6 +17,8 @@ extern "C" {
 }
 
 #include "util/retry.h"
+#include "util/signals.h"
+#include "util/standard_streams.h"
 
 namespace bootweave {
 namespace {
@@ -24,74 +26,48 @@ namespace {
 /// Ends the process at once: what the parent still has to flush or destroy is not the child's business.
 constexpr int kFailedBody = 255;
 
-class SpawnAttributes {
+/// What becomes of the descriptors of a program to be started.
+class DescriptorPlan {
   public:
-    SpawnAttributes() {
-        posix_spawnattr_init(&attributes_);
-        sigset_t signals;
-        // Not sigfillset: it leaves out the C library's own signals, which the child would then ignore.
-        std::memset(&signals, 0xFF, sizeof signals);
-        posix_spawnattr_setsigdefault(&attributes_, &signals);
-        sigemptyset(&signals);
-        posix_spawnattr_setsigmask(&attributes_, &signals);
-        posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
-    }
-    ~SpawnAttributes() { posix_spawnattr_destroy(&attributes_); }
-    SpawnAttributes(const SpawnAttributes&) = delete;
-    SpawnAttributes& operator=(const SpawnAttributes&) = delete;
-    [[nodiscard]] const posix_spawnattr_t* get() const { return &attributes_; }
-
-  private:
-    posix_spawnattr_t attributes_;
-};
-
-class SpawnFileActions {
-  public:
-    SpawnFileActions() { posix_spawn_file_actions_init(&actions_); }
-    ~SpawnFileActions() { posix_spawn_file_actions_destroy(&actions_); }
-    SpawnFileActions(const SpawnFileActions&) = delete;
-    SpawnFileActions& operator=(const SpawnFileActions&) = delete;
-
-    /// \return 0 or an error number
-    int Fill(const SpawnOptions& options) {
-        auto wanted = options.descriptors;
-        std::sort(wanted.begin(), wanted.end(), [](auto& a, auto& b) { return a.second < b.second; });
-        const int above = wanted.empty() ? 0 : wanted.back().second + 1;
-        int next = 0;
-        for (const auto& [from, to] : wanted) {
+    /// Before the fork. \return false, with errno set, when there is no descriptor left for a copy
+    bool Make(const SpawnOptions& options) {
+        moves_ = options.descriptors;
+        std::sort(moves_.begin(), moves_.end(), [](auto& a, auto& b) { return a.second < b.second; });
+        const int above = moves_.empty() ? 0 : moves_.back().second + 1;
+        for (auto& [from, to] : moves_) {
+            if (from >= above) {
+                continue;
+            }
             // A copy above all the numbers to be filled is overwritten neither by one of them nor by the
             // closing.
             copies_.emplace_back(::fcntl(from, F_DUPFD_CLOEXEC, above));
             if (!copies_.back().valid()) {
-                return errno;
+                return false;
             }
-            CloseUpTo(next, to);
-            Note(posix_spawn_file_actions_adddup2(&actions_, copies_.back().get(), to));
-            next = to + 1;
+            from = copies_.back().get();
         }
-        Note(posix_spawn_file_actions_addclosefrom_np(&actions_, next));
-        if (options.directory != nullptr) {
-            Note(posix_spawn_file_actions_addchdir_np(&actions_, options.directory));
-        }
-        return error_;
+        return true;
     }
-    [[nodiscard]] const posix_spawn_file_actions_t* get() const { return &actions_; }
+
+    /// In the child. \return false with errno set
+    [[nodiscard]] bool Apply() const {
+        int next = 0;
+        for (const auto& [from, to] : moves_) {
+            for (; next < to; ++next) {
+                ::close(next);
+            }
+            if (RetryOnEintr([&, from = from, to = to] { return ::dup2(from, to); }) < 0) {
+                return false;
+            }
+            ++next;
+        }
+        CloseDescriptorsFrom(next);
+        return true;
+    }
 
   private:
-    void CloseUpTo(int first, int end) {
-        for (int fd = first; fd < end; ++fd) {
-            Note(posix_spawn_file_actions_addclose(&actions_, fd));
-        }
-    }
-    void Note(int error) {
-        if (error_ == 0) {
-            error_ = error;
-        }
-    }
-
-    posix_spawn_file_actions_t actions_;
+    std::vector<std::pair<int, int>> moves_;  ///< from a number above all others, to; the lowest first
     std::vector<UniqueFd> copies_;
-    int error_ = 0;
 };
 
 /// Sleeps until `fd` is readable (an invalid one never is), the time is up, or a signal comes.
@@ -139,21 +115,20 @@ ChildProcess::~ChildProcess() {
 }
 
 std::optional<ChildProcess> ChildProcess::Spawn(const SpawnOptions& options) {
-    const SpawnAttributes attributes;
-    SpawnFileActions actions;
-    int error = actions.Fill(options);
-    pid_t pid = -1;
-    if (error == 0) {
-        const std::vector<char*> argv = Pointers(options.argv);
-        const std::vector<char*> environment = Pointers(options.environment);
-        error = ::posix_spawn(&pid, options.path.c_str(), actions.get(), attributes.get(), argv.data(),
-                              options.inherit_environment ? environ : environment.data());
-    }
-    if (error != 0) {
-        errno = error;
+    DescriptorPlan descriptors;
+    if (!descriptors.Make(options)) {
         return std::nullopt;
     }
-    return ChildProcess(pid);
+    const std::vector<char*> argv = Pointers(options.argv);
+    const std::vector<char*> own_environment = Pointers(options.environment);
+    char* const* const environment = options.inherit_environment ? environ : own_environment.data();
+    return ForkToExec([&] {
+        if (descriptors.Apply() && (options.directory == nullptr || ::chdir(options.directory) == 0)) {
+            ResetChangedSignals();
+            ::execve(options.path.c_str(), argv.data(), environment);
+        }
+        return errno;
+    });
 }
 
 bool ChildProcess::SpawnDetached(const SpawnOptions& options) {
@@ -196,22 +171,33 @@ std::optional<ChildProcess> ChildProcess::Fork(const std::function<int()>& body)
 }
 
 std::optional<ChildProcess> ChildProcess::ForkToExec(const std::function<int()>& body) {
+    // For calls of the system, and what the sanitizers add to each function.
+    constexpr std::size_t kStackSize = 32'768;
+    alignas(16) std::array<std::byte, kStackSize> stack;
+    struct Start {
+        const std::function<int()>& body;
+        int error;
+    } start{.body = body, .error = 0};
+    const auto run = [](void* data) {
+        auto& started = *static_cast<Start*>(data);
+        started.error = started.body();
+        return kFailedBody;
+    };
+    NoteChangedSignals();
     // A handler of this program that ran in the child would run in this program's memory.
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
     ::pthread_sigmask(SIG_BLOCK, &all, &before);
-    const pid_t pid = ::vfork();  // NOLINT(clang-analyzer-security.insecureAPI.vfork)
-    if (pid == 0) {
-        ::_exit(body());
-    }
-    const int error = errno;
+    const pid_t pid = ::clone(run, stack.data() + stack.size(), CLONE_VM | CLONE_VFORK | SIGCHLD, &start);
+    const int error = pid < 0 ? errno : start.error;
     ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    if (pid < 0) {
-        errno = error;
-        return std::nullopt;
+    if (error == 0) {
+        return ChildProcess(pid);
     }
-    return ChildProcess(pid);
+    static_cast<void>(ChildProcess(pid).Wait());
+    errno = error;
+    return std::nullopt;
 }
 
 UniqueFd ChildProcess::OpenEndFd() const {
@@ -257,22 +243,6 @@ ChildProcess::WaitResult ChildProcess::WaitFor(std::chrono::milliseconds timeout
         // A kernel without descriptors for processes is asked again every tick.
         SleepUntilReadable(end, end.valid() ? left : std::min<Clock::duration>(left, kTick));
     }
-}
-
-void ResetSignals() {
-    // Not sigaction, which refuses the C library's own signals: one that was inherited as ignored would stay
-    // so. All bits zero are the default, no flag and an empty mask in the kernel's structure, whatever its
-    // order.
-    static_assert(SIG_DFL == nullptr);
-    const std::array<unsigned char, 64> default_action{};
-    constexpr std::size_t kKernelSetSize = 8;
-    for (int number = 1; number < NSIG; ++number) {
-        // Fails for the two that cannot be changed.
-        ::syscall(SYS_rt_sigaction, number, default_action.data(), nullptr, kKernelSetSize);
-    }
-    sigset_t none;
-    sigemptyset(&none);
-    ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
 }
 
 }  // namespace bootweave

@@ -75,10 +75,10 @@ class ChildProcess {
 
     /// Starts a child that is to become another program, without the cost of copying this one: it borrows
     /// this process's memory while the calling thread sleeps, until it has called exec or ended. `body` makes
-    /// calls of the system only: no allocation, no lock, no exception. It runs with all signals blocked, and
-    /// ends that by ResetSignals().
+    /// calls of the system only: no allocation, no lock, no exception. It begins with all signals blocked,
+    /// ends that by ResetChangedSignals(), and returns only when there is no exec: the error number, not 0.
     ///
-    /// \return nothing, with errno set, when there is no process to be had
+    /// \return nothing, with errno set, when there is no process to be had, or to what `body` returned
     [[nodiscard]] static std::optional<ChildProcess> ForkToExec(const std::function<int()>& body);
 
     [[nodiscard]] pid_t pid() const { return pid_; }
@@ -113,9 +113,5 @@ class ChildProcess {
 
     pid_t pid_;
 };
-
-/// Puts every signal back to its default disposition and empties the signal mask, in a forked child that
-/// will exec.
-void ResetSignals();
 
 }  // namespace bootweave

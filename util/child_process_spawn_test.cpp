@@ -14,13 +14,25 @@
 
 #include "gmock/gmock.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/test_main.h"
 #include "util/child_process_test_support.h"
+#include "util/signals.h"
 #include "util/unique_fd.h"
 
 namespace bootweave {
 namespace {
 
 using testing::ElementsAre;
+
+/// Ends well if this process has signals ignored and a program that it starts has none.
+int StartReporter(int /*argc*/, char** /*argv*/) {
+    const bool any_here = StatusLine("SigIgn") != kNoSignals;
+    const bool none_there =
+        Lines(OutputOf(Role("report")), "ignored") == std::vector<std::string>{kNoSignals};
+    return any_here && none_there ? 0 : 1;
+}
+
+const bool kRegistered = RegisterChildRole("start-reporter", StartReporter);
 
 TEST(ChildProcessSpawnTest, AProgramGetsItsArgumentsAndOnlyTheEnvironmentGiven) {
     SpawnOptions options = Role("report", {"one", "", "two words"});
@@ -59,12 +71,30 @@ TEST(ChildProcessSpawnTest, AProgramStartsWithDefaultDispositionsAndAnEmptyMask)
     EXPECT_THAT(Lines(report, "ignored"), ElementsAre(kNoSignals));
 }
 
+/// As a parent that was careless with the C library's own signals leaves it.
+void IgnoreASignalOfTheLibrary() {
+    const unsigned long ignore[8] = {1};
+    ::syscall(SYS_rt_sigaction, 33, ignore, nullptr, 8);
+}
+
+TEST(ChildProcessSpawnTest, AProgramThatWasStartedWithIgnoredSignalsStartsOthersWithout) {
+    // The start with everything ignored must be this program's own: it looks once.
+    auto started = ChildProcess::Fork([] {
+        IgnoreASignalOfTheLibrary();
+        for (const int number : {SIGHUP, SIGUSR2, SIGRTMIN}) {
+            ::signal(number, SIG_IGN);
+        }
+        ::execl("/proc/self/exe", "test", "--role=start-reporter", nullptr);
+        return 1;
+    });
+    ASSERT_TRUE(started.has_value());
+    EXPECT_EQ(0, started->Wait());
+}
+
 TEST(ChildProcessSpawnTest, ResetSignalsLeavesNoneIgnoredAndNoneBlocked) {
     const DisturbedSignals disturbed;
     auto child = ChildProcess::Fork([] {
-        // As a parent that was careless with the C library's own signals would have left it.
-        const unsigned long ignore[8] = {1};
-        ::syscall(SYS_rt_sigaction, 33, ignore, nullptr, 8);
+        IgnoreASignalOfTheLibrary();
         const bool was_ignored = StatusLine("SigIgn") != kNoSignals && StatusLine("SigBlk") != kNoSignals;
         ResetSignals();
         return was_ignored && StatusLine("SigIgn") == kNoSignals && StatusLine("SigBlk") == kNoSignals &&

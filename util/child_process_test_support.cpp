@@ -15,6 +15,7 @@
 #include "gtest/gtest.h"
 #include "tests/support/test_main.h"
 #include "util/retry.h"
+#include "util/signals.h"
 
 namespace bootweave {
 namespace {
@@ -164,9 +165,9 @@ Waiter::Waiter(int status) {
 DisturbedSignals::DisturbedSignals() {
     struct sigaction ignore {};
     ignore.sa_handler = SIG_IGN;
-    ::sigaction(SIGUSR1, &ignore, &old_usr1_);
-    ::sigaction(SIGPIPE, &ignore, &old_pipe_);
-    ::sigaction(SIGRTMAX, &ignore, &old_rtmax_);
+    ChangeSignal(SIGUSR1, ignore, &old_usr1_);
+    ChangeSignal(SIGPIPE, ignore, &old_pipe_);
+    ChangeSignal(SIGRTMAX, ignore, &old_rtmax_);
     sigset_t blocked;
     ::sigemptyset(&blocked);
     ::sigaddset(&blocked, SIGTERM);
@@ -176,9 +177,9 @@ DisturbedSignals::DisturbedSignals() {
 
 DisturbedSignals::~DisturbedSignals() {
     ::pthread_sigmask(SIG_SETMASK, &old_mask_, nullptr);
-    ::sigaction(SIGRTMAX, &old_rtmax_, nullptr);
-    ::sigaction(SIGPIPE, &old_pipe_, nullptr);
-    ::sigaction(SIGUSR1, &old_usr1_, nullptr);
+    ChangeSignal(SIGRTMAX, old_rtmax_);
+    ChangeSignal(SIGPIPE, old_pipe_);
+    ChangeSignal(SIGUSR1, old_usr1_);
 }
 
 }  // namespace bootweave

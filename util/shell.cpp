@@ -12,6 +12,7 @@
 #include "util/error_text.h"
 #include "util/exception.h"
 #include "util/retry.h"
+#include "util/signals.h"
 #include "util/unique_fd.h"
 
 namespace bootweave {
@@ -29,15 +30,15 @@ class KeyboardSignalsIgnored {
         if (g_users++ == 0) {
             struct sigaction ignore {};
             ignore.sa_handler = SIG_IGN;
-            ::sigaction(SIGINT, &ignore, &g_interrupt_before);
-            ::sigaction(SIGQUIT, &ignore, &g_quit_before);
+            ChangeSignal(SIGINT, ignore, &g_interrupt_before);
+            ChangeSignal(SIGQUIT, ignore, &g_quit_before);
         }
     }
     ~KeyboardSignalsIgnored() {
         const std::lock_guard lock(g_mutex);
         if (--g_users == 0) {
-            ::sigaction(SIGINT, &g_interrupt_before, nullptr);
-            ::sigaction(SIGQUIT, &g_quit_before, nullptr);
+            ChangeSignal(SIGINT, g_interrupt_before);
+            ChangeSignal(SIGQUIT, g_quit_before);
         }
     }
     KeyboardSignalsIgnored(const KeyboardSignalsIgnored&) = delete;

@@ -5,7 +5,6 @@
 #include <csignal>
 #include <cstdlib>
 
-#include <spawn.h>
 #include <sys/wait.h>
 
 #include "gtest/gtest.h"
@@ -13,12 +12,13 @@
 
 extern "C" {
 static int g_spawn_error = 0;
-int __real_posix_spawn(pid_t*, const char*, const posix_spawn_file_actions_t*, const posix_spawnattr_t*,
-                       char* const[], char* const[]);
-int __wrap_posix_spawn(pid_t* pid, const char* path, const posix_spawn_file_actions_t* actions,
-                       const posix_spawnattr_t* attributes, char* const argv[], char* const environment[]) {
-    return g_spawn_error != 0 ? g_spawn_error
-                              : __real_posix_spawn(pid, path, actions, attributes, argv, environment);
+int __real_clone(int (*run)(void*), void* stack, int flags, void* data);
+int __wrap_clone(int (*run)(void*), void* stack, int flags, void* data) {
+    if (g_spawn_error == 0) {
+        return __real_clone(run, stack, flags, data);
+    }
+    errno = g_spawn_error;
+    return -1;
 }
 }
 

@@ -16,10 +16,12 @@
 #include "platform/linux/child_report.h"
 #include "tests/support/temp_dir.h"
 #include "util/scope_guard.h"
+#include "util/signals.h"
 #include "util/unique_fd.h"
 
 namespace {
 
+using bootweave::ChangeSignal;
 using bootweave::ReadFile;
 using bootweave::TempDir;
 using Plinth::Cmdgen::CommandInput;
@@ -103,9 +105,12 @@ TEST_F(CommandDispatcherTest, ACommandStartsInACleanStateOfItsOwn) {
     ::sigemptyset(&mask);
     ::sigaddset(&mask, SIGTERM);
     ::pthread_sigmask(SIG_BLOCK, &mask, &old_mask);
-    const auto old_pipe = ::signal(SIGPIPE, SIG_IGN);
+    struct sigaction ignore {};
+    ignore.sa_handler = SIG_IGN;
+    struct sigaction old_pipe {};
+    ChangeSignal(SIGPIPE, ignore, &old_pipe);
     EXPECT_THAT(Execute({"a", "b", "c"}, {{"role", "report"}, {"out", out}}), IsEmpty());
-    ::signal(SIGPIPE, old_pipe);
+    ChangeSignal(SIGPIPE, old_pipe);
     ::pthread_sigmask(SIG_SETMASK, &old_mask, nullptr);
 
     const bootweave::ChildReport report = bootweave::ReadChildReport(out);

@@ -12,7 +12,8 @@
 
 #include "platform/linux/control_group.h"
 #include "util/child_process.h"
-#include "util/retry.h"
+#include "util/signals.h"
+#include "util/standard_streams.h"
 #include "util/unique_fd.h"
 
 namespace bootweave {
@@ -27,11 +28,10 @@ struct Plan {
     std::vector<char*> undirected;   // without the directive
     UniqueFd group;                  // invalid: no group
     std::array<UniqueFd, 4> copies;  // input, output, error and root, all above the standard numbers
-    UniqueFd report;                 // the writing end for an error number; closed by a successful exec
 };
 
 Plan MakePlan(const char* path, char* const argv[]) {
-    Plan plan{.path = path, .whole = {}, .undirected = {}, .group = {}, .copies = {}, .report = {}};
+    Plan plan{.path = path, .whole = {}, .undirected = {}, .group = {}, .copies = {}};
     for (; *argv != nullptr; ++argv) {
         const std::string_view word = *argv;
         plan.whole.push_back(*argv);
@@ -58,7 +58,7 @@ bool CopyDescriptors(const ForkExecDescriptors& descriptors, Plan& plan) {
     return true;
 }
 
-/// In the child: neither a lock nor memory from here on.
+/// In the child: neither a lock nor memory from here on. \return an error number
 int BecomeProgram(const Plan& plan) {
     constexpr char kThisProcess = '0';
     const bool in_group = plan.group.valid() && ::write(plan.group.get(), &kThisProcess, 1) == 1;
@@ -66,21 +66,11 @@ int BecomeProgram(const Plan& plan) {
         ::fchdir(plan.copies[3].get()) == 0 && ::dup2(plan.copies[0].get(), STDIN_FILENO) >= 0 &&
         ::dup2(plan.copies[1].get(), STDOUT_FILENO) >= 0 && ::dup2(plan.copies[2].get(), STDERR_FILENO) >= 0;
     if (ready) {
-        ResetSignals();
-        // The report's end must outlive this: all others here are closed by the exec.
-        ::close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
+        CloseDescriptorsFrom(STDERR_FILENO + 1);
+        ResetChangedSignals();
         ::execv(plan.path, in_group ? plan.undirected.data() : plan.whole.data());
     }
-    const int error = errno;
-    static_cast<void>(RetryOnEintr([&] { return ::write(plan.report.get(), &error, sizeof error); }));
-    return 1;
-}
-
-/// The error number that the child reports; 0 when its end was closed by the exec.
-int ReadReport(const UniqueFd& report) {
-    int error = 0;
-    const ssize_t count = RetryOnEintr([&] { return ::read(report.get(), &error, sizeof error); });
-    return count == sizeof error ? error : 0;
+    return errno;
 }
 
 }  // namespace
@@ -95,26 +85,9 @@ pid_t Host_ForkExec(const char* path, char* const argv[], unsigned options,
         return -1;
     }
     Plan plan = MakePlan(path, argv);
-    Pipe pipe = Pipe::Create();
-    if (!pipe.read_end.valid() || !CopyDescriptors(descriptors, plan)) {
-        return -1;
-    }
-    // Above the standard numbers, like the rest.
-    plan.report.Reset(::fcntl(pipe.write_end.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-    pipe.write_end.Reset();
-    if (!plan.report.valid()) {
+    if (!CopyDescriptors(descriptors, plan)) {
         return -1;
     }
     std::optional<ChildProcess> child = ChildProcess::ForkToExec([&plan] { return BecomeProgram(plan); });
-    if (!child.has_value()) {
-        return -1;
-    }
-    plan.report.Reset();
-    const int error = ReadReport(pipe.read_end);
-    if (error != 0) {
-        static_cast<void>(child->Wait());
-        errno = error;
-        return -1;
-    }
-    return child->Release();
+    return child.has_value() ? child->Release() : -1;
 }

@@ -10,6 +10,7 @@
 
 #include "platform/linux/patience.h"
 #include "util/retry.h"
+#include "util/signals.h"
 
 namespace bootweave {
 namespace {
@@ -46,7 +47,7 @@ void IgnoreWriteSignals() {
         if (::sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_DFL) {
             action = {};
             action.sa_handler = SIG_IGN;
-            ::sigaction(number, &action, nullptr);
+            ChangeSignal(number, action);
         }
     }
 }

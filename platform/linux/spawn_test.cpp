@@ -17,10 +17,12 @@
 #include "platform/linux/child_report.h"
 #include "tests/support/temp_dir.h"
 #include "util/retry.h"
+#include "util/signals.h"
 #include "util/unique_fd.h"
 
 namespace {
 
+using bootweave::ChangeSignal;
 using bootweave::ChildReport;
 using bootweave::TempDir;
 using bootweave::UniqueFd;
@@ -85,9 +87,12 @@ TEST_F(SpawnTest, AChildGetsItsWordsItsEnvironmentAndACleanSignalState) {
     sigset_t mask;
     ::sigfillset(&mask);
     ::pthread_sigmask(SIG_BLOCK, &mask, &old_mask);
-    const auto old_pipe = ::signal(SIGPIPE, SIG_IGN);
+    struct sigaction ignore {};
+    ignore.sa_handler = SIG_IGN;
+    struct sigaction old_pipe {};
+    ChangeSignal(SIGPIPE, ignore, &old_pipe);
     const ChildReport report = Report();
-    ::signal(SIGPIPE, old_pipe);
+    ChangeSignal(SIGPIPE, old_pipe);
     ::pthread_sigmask(SIG_SETMASK, &old_mask, nullptr);
     EXPECT_THAT(report.arguments, ElementsAre("more words", ""));
     EXPECT_THAT(report.environment, ElementsAre("ONLY=this"));

@@ -22,6 +22,7 @@
 #include "util/child_process.h"
 #include "util/error_text.h"
 #include "util/retry.h"
+#include "util/signals.h"
 
 namespace bootweave {
 namespace {

@@ -367,10 +367,10 @@ int __wrap_shutdown(int socket, int how) {
     return __real_shutdown(socket, how);
 }
 
-sighandler_t __real_signal(int number, sighandler_t handler);
-sighandler_t __wrap_signal(int number, sighandler_t handler);
-sighandler_t __wrap_signal(int number, sighandler_t handler) {
-    return Fails(SystemCall::kSignal) ? SIG_ERR : __real_signal(number, handler);
+int __real_sigaction(int number, const struct sigaction* action, struct sigaction* before);
+int __wrap_sigaction(int number, const struct sigaction* action, struct sigaction* before);
+int __wrap_sigaction(int number, const struct sigaction* action, struct sigaction* before) {
+    return Fails(SystemCall::kSigaction) ? -1 : __real_sigaction(number, action, before);
 }
 
 int __real_socket(int domain, int type, int protocol);

@@ -31,7 +31,7 @@ enum class SystemCall {
     kPthreadCreate,
     kRecv,
     kSend,
-    kSignal,
+    kSigaction,
     kSocket,
     kWaitPid,
 };

@@ -60,23 +60,23 @@ class SystemCallTest(CostTest):
     def test_a_json_plugin_with_a_command_costs_no_more_of_them(self):
         def files(count):
             return [plugin(f"p{number}", ["note"]) for number in range(count)] + [command("note", ":")]
-        self._check(files, 151, 5, "--init")
+        self._check(files, 59, 5, "--init")
 
     def test_a_debug_injection_costs_no_more_of_them(self):
         def files(count):
             lines = "".join(f"d{number}:a:b{number}:/bin/true\n" for number in range(count))
             return [{"/etc/corvane/bootweave/debug.conf": lines}]
-        self._check(files, 104, 3, "--init")
+        self._check(files, 36, 3, "--init")
 
     def test_a_native_plugin_costs_no_more_of_them(self):
         def files(count):
             return [native(f"n{number}") for number in range(count)]
-        self._check(files, 109, 14, "--init")
+        self._check(files, 38, 14, "--init")
 
     def test_an_init_script_costs_no_more_of_them(self):
         def files(count):
             return [init_scripts(**{f"s{number}": number for number in range(count)})]
-        self._check(files, 116, 8, "--daemon=wait", "--method=start")
+        self._check(files, 49, 8, "--daemon=wait", "--method=start")
 
 
 class InstructionTest(CostTest):

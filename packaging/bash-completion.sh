@@ -42,8 +42,8 @@ _bootweave_offer_paths() {
     compopt -o filenames
 }
 
-# _bootweave_offer_plugins WITH EXTENSION...: those of the plugin directory that is named on the line, or of the
-# host; by file when WITH is "files", and else by name.
+# _bootweave_offer_plugins WITH EXTENSION...: those of the plugin directory that is named on the line, or of
+# the host; by file when WITH is "files", and else by name.
 _bootweave_offer_plugins() {
     local with=$1 directory=/usr/libexec/bootweave/plugins index file extension
     shift

@@ -31,7 +31,8 @@ def kinds(script):
 
 def options_of(source):
     """--x, --x= or --x[=] for each option of a program."""
-    return {f"--{name}{_VALUES[value]}" for name, value in re.findall(r'\boption\{"([a-z-]+)", (\w+),', source)}
+    return {f"--{name}{_VALUES[value]}"
+            for name, value in re.findall(r'\boption\{"([a-z-]+)", (\w+),', source)}
 
 
 def commands_of(source):

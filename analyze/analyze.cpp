@@ -2,10 +2,14 @@
 #include "analyze/analyze.h"
 
 #include <exception>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include <sys/stat.h>
+
+#include "analyze/boot_picture.h"
 #include "analyze/boot_profile.h"
 #include "analyze/chosen_run.h"
 #include "analyze/critical_chain.h"
@@ -13,10 +17,13 @@
 #include "analyze/help_text.h"
 #include "analyze/options.h"
 #include "analyze/report_json.h"
+#include "analyze/report_svg.h"
 #include "analyze/run_graph.h"
 #include "analyze/verify.h"
 #include "analyze/verify_text.h"
+#include "util/error_text.h"
 #include "util/exception.h"
+#include "util/replace_file.h"
 
 namespace bootweave {
 namespace {
@@ -93,6 +100,31 @@ int WriteVerification(const Request& request) {
     return has_errors || (request.options.strict && !report.findings.empty()) ? kFailed : 0;
 }
 
+/// A file is replaced in one step, or stays as it is. Devices are not files: the step would put one in their
+/// place.
+void ReplaceOutput(const std::string& path, const std::string& content) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+        throw Exception("cannot write " + path + ": not a regular file");
+    }
+    if (!ReplaceFile(path, content)) {
+        throw Exception("cannot write " + path + ": " + LastErrorText());
+    }
+}
+
+void WritePlot(const Request& request) {
+    const ChosenRun run = ReadRun(request, request.options.profile);
+    const RunGraph graph = ReadGraph(request, run.block);
+    const BootPicture picture = LayOut(run.block, graph);
+    if (!request.options.output.has_value()) {
+        WritePlotSvg(request.out, run, graph, picture);
+        return;
+    }
+    std::ostringstream content;
+    WritePlotSvg(content, run, graph, picture);
+    ReplaceOutput(*request.options.output, content.str());
+}
+
 void WriteHelp(const Request& request) {
     request.out << kAnalyzeHelpText;
 }
@@ -111,6 +143,8 @@ Report ReportOf(AnalyzeCommand command) {
             return WriteList;
         case AnalyzeCommand::kDiff:
             return WriteDiff;
+        case AnalyzeCommand::kPlot:
+            return WritePlot;
         default:
             return WriteHelp;
     }

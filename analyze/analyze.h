@@ -6,8 +6,8 @@
 #include "analyze/report_text.h"
 
 /// \file
-/// bootweave-analyze: says where the time of a boot went, and what is wrong with plugins. Runs no plugin and
-/// writes no file.
+/// bootweave-analyze: says where the time of a boot went, and what is wrong with plugins. Runs no plugin;
+/// writes no file but the picture that it is asked for.
 
 namespace bootweave {
 

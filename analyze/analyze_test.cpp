@@ -123,6 +123,30 @@ TEST_F(AnalyzeTest, TwoLogsAreCompared) {
                   RunWith({"analyze", "diff", boot, daemons}));
 }
 
+TEST_F(AnalyzeTest, APictureGoesToStandardOutputOrIntoAFile) {
+    const std::string file = dir_.File("a.svg");
+    const Outcome output = Run(kBoot, {"plot", "--plugin-directory", dir_.path()});
+    EXPECT_EQ(0, output.status);
+    EXPECT_TRUE(output.out.starts_with("<svg ")) << output.out;
+    const Outcome into = Run(kBoot, {"plot", "--plugin-directory", dir_.path(), "-o", file});
+    EXPECT_EQ(0, into.status);
+    EXPECT_EQ("", into.out);
+    EXPECT_EQ(output.out, ReadFile(file));
+}
+
+TEST_F(AnalyzeTest, APictureThatCannotBeWrittenIsAnErrorAndNothingIsLost) {
+    const std::string warning =
+        "bootweave-analyze: storage has no file in " + dir_.path() + ": what it waited for is unknown\n";
+    ExpectFailure(1, warning + "bootweave-analyze: cannot write /no/such/a.svg: No such file or directory\n",
+                  Run(kBoot, {"plot", "--plugin-directory", dir_.path(), "-o", "/no/such/a.svg"}));
+    ExpectFailure(1, warning + "bootweave-analyze: cannot write /dev/null: not a regular file\n",
+                  Run(kBoot, {"plot", "--plugin-directory", dir_.path(), "-o", "/dev/null"}));
+    const std::string kept = dir_.WriteFile("kept.svg", "old");
+    ExpectFailure(1, "bootweave-analyze: cannot read /no/such/log: No such file or directory\n",
+                  RunWith({"analyze", "plot", "--profile=/no/such/log", "-o", kept}));
+    EXPECT_EQ("old", ReadFile(kept));
+}
+
 TEST_F(AnalyzeTest, ABlockThatIsNotThereIsAnError) {
     const Outcome beyond = Run(std::string(kBoot) + kDaemons, {"--boot=3"});
     ExpectFailure(1, "bootweave-analyze: there is no block 3 in " + path_ + ", the last one is 2\n", beyond);

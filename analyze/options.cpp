@@ -16,6 +16,7 @@ namespace {
 
 enum Option : int {
     kHelp = 'h',
+    kOutput = 'o',
     kProfile = 256,
     kBoot,
     kPluginDirectory,
@@ -28,18 +29,24 @@ constexpr std::array kLongOptions{
     option{"profile", required_argument, nullptr, kProfile},
     option{"boot", required_argument, nullptr, kBoot},
     option{"plugin-directory", required_argument, nullptr, kPluginDirectory},
+    option{"output", required_argument, nullptr, kOutput},
     option{"json", no_argument, nullptr, kJson},
     option{"strict", no_argument, nullptr, kStrict},
     option{nullptr, 0, nullptr, 0},
 };
 
-constexpr std::array<std::pair<std::string_view, AnalyzeCommand>, 6> kCommands{
+constexpr std::array<std::pair<std::string_view, AnalyzeCommand>, 7> kCommands{
     {{"time", AnalyzeCommand::kTime},
      {"blame", AnalyzeCommand::kBlame},
      {"critical-chain", AnalyzeCommand::kCriticalChain},
      {"list", AnalyzeCommand::kList},
      {"diff", AnalyzeCommand::kDiff},
-     {"verify", AnalyzeCommand::kVerify}}};
+     {"verify", AnalyzeCommand::kVerify},
+     {"plot", AnalyzeCommand::kPlot}}};
+
+/// Options that make sense for one command only.
+constexpr std::array<std::pair<Option, AnalyzeCommand>, 2> kOnlyFor{
+    {{kOutput, AnalyzeCommand::kPlot}, {kStrict, AnalyzeCommand::kVerify}}};
 
 BlockChoice ParseBlock(std::string_view text) {
     using Which = BlockChoice::Which;
@@ -67,15 +74,33 @@ AnalyzeCommand ParseCommand(std::string_view word) {
     return found->second;
 }
 
+/// The options that are letters, as getopt wants them.
+std::string Letters() {
+    std::string letters;
+    for (const option& known : kLongOptions) {
+        if (known.name != nullptr && known.val < kProfile) {
+            letters += static_cast<char>(known.val);
+            letters += known.has_arg == required_argument ? ":" : "";
+        }
+    }
+    return letters;
+}
+
 bool NeedsValue(int parsed) {
     return std::any_of(kLongOptions.begin(), kLongOptions.end(), [&](const option& known) {
         return known.val == parsed && known.has_arg == required_argument;
     });
 }
 
+/// Such an option may have been typed as a word; it then stands alone, or its value is missing at the end.
+bool IsKnownLetter(int parsed) {
+    return std::any_of(kLongOptions.begin(), kLongOptions.end(),
+                       [&](const option& known) { return known.name != nullptr && known.val == parsed; });
+}
+
 /// Names the option that getopt has just refused, as it was typed. A letter may stand in a word with others.
 [[noreturn]] void Refuse(char** argv) {
-    const bool is_letter = ::optopt > 0 && ::optopt < kProfile && ::optopt != kHelp;
+    const bool is_letter = ::optopt > 0 && ::optopt < kProfile && !IsKnownLetter(::optopt);
     const std::string word = is_letter ? std::string("-") + static_cast<char>(::optopt) : argv[::optind - 1];
     if (NeedsValue(::optopt)) {
         throw UsageException("option '" + word + "' needs a value; see --help");
@@ -96,6 +121,9 @@ void Apply(int parsed, char** argv, AnalyzeOptions& options) {
             break;
         case kPluginDirectory:
             options.plugin_directory = ::optarg;
+            break;
+        case kOutput:
+            options.output = ::optarg;
             break;
         case kJson:
             options.json = true;
@@ -133,6 +161,24 @@ void ApplyWords(const std::vector<std::string>& words, AnalyzeOptions& options) 
     }
 }
 
+/// Refuses options, as they were parsed, that the command has no use for.
+void CheckUse(const std::vector<int>& parsed, const AnalyzeOptions& options) {
+    for (const auto& [letter, command] : kOnlyFor) {
+        if (options.command != command && std::count(parsed.begin(), parsed.end(), letter) > 0) {
+            const auto* const known = std::find_if(kLongOptions.begin(), kLongOptions.end(),
+                                                   [&](const option& entry) { return entry.val == letter; });
+            const auto* const wanted =
+                std::find_if(kCommands.begin(), kCommands.end(),
+                             [&](const auto& entry) { return entry.second == command; });
+            throw UsageException("option '--" + std::string(known->name) + "' is for " +
+                                 std::string(wanted->first) + "; see --help");
+        }
+    }
+    if (options.json && options.command == AnalyzeCommand::kPlot) {
+        throw UsageException("plot writes a picture, not JSON; see --help");
+    }
+}
+
 }  // namespace
 
 AnalyzeOptions ParseAnalyzeOptions(int argc, char** argv) {
@@ -140,14 +186,18 @@ AnalyzeOptions ParseAnalyzeOptions(int argc, char** argv) {
     ::optind = 0;  // 0, not 1: the GNU library then forgets an earlier command line altogether
     ::opterr = 0;  // what is wrong is said here
     int parsed = 0;
+    std::vector<int> all;
+    const std::string letters = Letters();
     // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread exists yet
-    while ((parsed = ::getopt_long(argc, argv, "h", kLongOptions.data(), nullptr)) != -1) {
+    while ((parsed = ::getopt_long(argc, argv, letters.c_str(), kLongOptions.data(), nullptr)) != -1) {
         Apply(parsed, argv, options);
         if (options.command == AnalyzeCommand::kHelp) {
             return options;
         }
+        all.push_back(parsed);
     }
     ApplyWords(std::vector<std::string>(argv + ::optind, argv + argc), options);
+    CheckUse(all, options);
     return options;
 }
 

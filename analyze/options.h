@@ -27,6 +27,7 @@ enum class AnalyzeCommand {
     kList,
     kDiff,
     kVerify,
+    kPlot,
 };
 
 /// Which block of the log a report is about.
@@ -50,6 +51,7 @@ struct AnalyzeOptions {
     std::optional<std::string> plugin{};  ///< that critical-chain is about; nothing is the last to end
     std::vector<std::string> files{};     ///< that verify is about; none are the host's own
     bool strict = false;                  ///< for verify: warnings count as errors
+    std::optional<std::string> output{};  ///< where plot puts its picture; nothing is standard output
     bool json = false;
 };
 

@@ -88,6 +88,23 @@ TEST(AnalyzeOptionsTest, AVerificationIsOfAnyNumberOfFiles) {
     EXPECT_TRUE(options.strict);
 }
 
+TEST(AnalyzeOptionsTest, APictureMayGoIntoAFile) {
+    EXPECT_EQ(AnalyzeCommand::kPlot, Parse({"plot"}).command);
+    EXPECT_EQ(std::nullopt, Parse({"plot"}).output);
+    EXPECT_EQ("a.svg", Parse({"plot", "-o", "a.svg"}).output);
+    EXPECT_EQ("a.svg", Parse({"-oa.svg", "plot"}).output);
+    EXPECT_EQ("a.svg", Parse({"plot", "--output=a.svg"}).output);
+    EXPECT_EQ("option '-o' needs a value; see --help", ErrorOf({"plot", "-o"}));
+    EXPECT_EQ("option '--output' needs a value; see --help", ErrorOf({"plot", "--output"}));
+    EXPECT_EQ("plot writes a picture, not JSON; see --help", ErrorOf({"plot", "--json"}));
+}
+
+TEST(AnalyzeOptionsTest, AnOptionOfAnotherCommandIsRefused) {
+    EXPECT_EQ("option '--output' is for plot; see --help", ErrorOf({"-o", "a.svg"}));
+    EXPECT_EQ("option '--output' is for plot; see --help", ErrorOf({"blame", "--output=a.svg"}));
+    EXPECT_EQ("option '--strict' is for verify; see --help", ErrorOf({"--strict"}));
+}
+
 TEST(AnalyzeOptionsTest, HelpEndsTheParsing) {
     EXPECT_EQ(AnalyzeCommand::kHelp, Parse({"--help", "--nonsense"}).command);
     EXPECT_EQ(AnalyzeCommand::kHelp, Parse({"-h"}).command);

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "analyze/report_json.h"
 
-#include <chrono>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -9,11 +8,9 @@
 
 #include <boost/json.hpp>
 
-#include <sys/time.h>
-
+#include "analyze/table.h"
 #include "analyze/timing.h"
 #include "analyze/utf8_text.h"
-#include "driver/profiling_log.h"
 
 namespace bootweave {
 namespace {
@@ -25,12 +22,7 @@ json::string Utf8(std::string_view text) {
 }
 
 json::value Stamp(const std::optional<Instant>& instant) {
-    if (!instant.has_value()) {
-        return nullptr;
-    }
-    const auto whole = std::chrono::floor<std::chrono::seconds>(*instant);
-    return json::string(
-        FormatTimeStamp({.tv_sec = whole.time_since_epoch().count(), .tv_usec = (*instant - whole).count()}));
+    return instant.has_value() ? json::value(json::string(FormatInstant(*instant))) : json::value();
 }
 
 json::value Count(const std::optional<Duration>& duration) {

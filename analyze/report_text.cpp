@@ -8,10 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include <sys/time.h>
-
 #include "analyze/timing.h"
-#include "driver/profiling_log.h"
 
 namespace bootweave {
 namespace {
@@ -19,13 +16,8 @@ namespace {
 constexpr const char* kUnknown = "unknown";
 constexpr double kMuch = 0.1;  // of the whole: worth a look
 
-std::string FormatInstant(const std::optional<Instant>& instant) {
-    if (!instant.has_value()) {
-        return kUnknown;
-    }
-    const auto whole = std::chrono::floor<std::chrono::seconds>(*instant);
-    return FormatTimeStamp(
-        {.tv_sec = whole.time_since_epoch().count(), .tv_usec = (*instant - whole).count()});
+std::string FormatStart(const ProfileBlock& block) {
+    return block.start.has_value() ? FormatInstant(*block.start) : kUnknown;
 }
 
 std::string FormatKnown(const std::optional<Duration>& duration) {
@@ -40,7 +32,7 @@ using Rows = std::vector<std::pair<std::string, std::string>>;
 
 Rows RowsOf(const ChosenRun& run) {
     const TimeSummary summary = Summarize(run.block);
-    Rows rows{{"Started", FormatInstant(run.block.start)}};
+    Rows rows{{"Started", FormatStart(run.block)}};
     if (run.block.kind == RunKind::kBoot) {
         rows.emplace_back("Kernel handed over after",
                           run.block.kernel.has_value() ? FormatDuration(*run.block.kernel) : kUnknown);
@@ -106,7 +98,7 @@ void WriteListText(std::ostream& out, const std::string& path, const BootProfile
         const TimeSummary summary = Summarize(block);
         table.Add({{std::to_string(++number)},
                    {RunKindText(block.kind)},
-                   {FormatInstant(block.start)},
+                   {FormatStart(block)},
                    {FormatKnown(summary.total), Emphasis::kBold},
                    {std::to_string(summary.ran)},
                    {std::to_string(block.plugins.size())}});

@@ -3,8 +3,13 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cmath>
 #include <utility>
+
+#include <sys/time.h>
+
+#include "driver/profiling_log.h"
 
 namespace bootweave {
 namespace {
@@ -108,6 +113,12 @@ std::string FormatChange(Duration change) {
         return FormatDuration(change);
     }
     return change > Duration(0) ? "+" + FormatDuration(change) : "-" + FormatDuration(-change);
+}
+
+std::string FormatInstant(Instant instant) {
+    const auto whole = std::chrono::floor<std::chrono::seconds>(instant);
+    return FormatTimeStamp(
+        {.tv_sec = whole.time_since_epoch().count(), .tv_usec = (instant - whole).count()});
 }
 
 std::string FormatFixed(double value, int digits) {

@@ -69,6 +69,9 @@ class Table {
 /// The same with a sign, "0us" without one.
 [[nodiscard]] std::string FormatChange(Duration change);
 
+/// The log's own stamp, in UTC.
+[[nodiscard]] std::string FormatInstant(Instant instant);
+
 /// `value` with `digits` behind the point, rounded; the point is one in every locale. Not negative.
 [[nodiscard]] std::string FormatFixed(double value, int digits);
 

@@ -34,6 +34,9 @@ PACKAGES_FUZZ=(clang-14 libclang-rt-14-dev)
 # To measure: the libraries of the benchmarks, and programs to compare with.
 PACKAGES_BENCH=(libbenchmark-dev libtbb-dev make ninja-build)
 
+# To draw the pictures of the documents, and to look at pictures in tests.
+PACKAGES_PICTURES=(chromium graphviz)
+
 # To report what tests have run.
 PACKAGES_COVERAGE=(gcovr python3)
 

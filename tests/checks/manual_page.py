@@ -24,7 +24,9 @@ _ANALYZE_PAGE = "docs/bootweave-analyze.1"
 # Sources whose texts are not said.
 _NO_MESSAGES = {
     "analyze/help_text.cpp": "the help, which the page has in its own words",
+    "analyze/report_svg.cpp": "a picture, which the page explains",
     "analyze/report_text.cpp": "the reports, which the page explains line by line",
+    "analyze/svg_canvas.cpp": "marks of a picture",
     "analyze/table.cpp": "how the reports write numbers",
     "driver/help_text.cpp": "the help, which the page has in its own words",
     "graph/dot.cpp": "the graph's text",

@@ -5,13 +5,13 @@
 #
 # bash loads this when one of them is first completed, from below /usr/share/bash-completion.
 #
-# An option is listed with what its value is: "--x" has none, "--x=KIND" needs one, "--x[=KIND]" may have one. So
-# are the commands of bootweave-analyze with what follows them. A KIND is a name of the list in _bootweave_values.
+# An option is listed with what its value is: "--x" has none, "--x=KIND" needs one, "--x[=KIND]" may have one.
+# So are the commands of bootweave-analyze, with what follows them. _bootweave_values knows each KIND.
 
 _bootweave_options=(
     --help --init --invoke --method=method --plugin=plugin-files --disable-plugins=plugins --plugin-flags=text
-    --plugin-directory=directory --run-once=text --parallel '--randomize[=text]' --trace --verbose --interactive
-    --interactive-mode-requires=plugins '--daemon[=wait]' --daemon-wait-timeout=text
+    --plugin-directory=directory --run-once=text --parallel '--randomize[=text]' --trace --verbose
+    --interactive --interactive-mode-requires=plugins '--daemon[=wait]' --daemon-wait-timeout=text
     '--dump-dependency-tree[=file]'
 )
 

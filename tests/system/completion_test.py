@@ -44,7 +44,8 @@ class CompletionTest(SystemTest):
         return offers if len(lines) > 1 else offers[0]
 
     _plugins = {**plugin("clock"), **plugin("names"), f"{PLUGINS}/libwatch.so": "",
-                f"{PLUGINS}/late.debug": "", f"{PLUGINS}/README": "", f"{PLUGINS}/$(touch x).json": "", f"{PLUGINS}/a b.json": "",
+                f"{PLUGINS}/late.debug": "", f"{PLUGINS}/README": "", f"{PLUGINS}/$(touch x).json": "",
+                f"{PLUGINS}/a b.json": "",
                 "/srv/own/mine.json": "{}", "/srv/own/more/x": ""}
 
     def test_options_are_offered_with_their_equals_sign_where_they_have_a_value(self):

@@ -15,8 +15,9 @@ PACKAGES_BUILD=(
 # alone: the others' packages bring a service that would start here and push this machine's log daemon out.
 PACKAGES_HOST=(busybox e2fsprogs iproute2 mount python3 strace util-linux)
 
-# To build native plugins as the system tests do, outside the tree with what is installed.
-PACKAGES_PLUGINS=(g++ gcc make pkgconf)
+# What authors of plugins use, as the system tests do: to build native ones outside the tree with what is
+# installed, and to check JSON ones.
+PACKAGES_PLUGINS=(g++ gcc make pkgconf python3-jsonschema)
 
 # To check sources, scripts and documents; the versions are those that the checks ask for by name.
 PACKAGES_CHECKS=(clang-14 clang-format-14 clang-tidy-14 git man-db python3 shellcheck)

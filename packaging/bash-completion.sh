@@ -9,17 +9,18 @@
 # So are the commands of bootweave-analyze, with what follows them. _bootweave_values knows each KIND.
 
 _bootweave_options=(
-    --help --init --invoke --method=method --plugin=plugin-files --disable-plugins=plugins --plugin-flags=text
-    --plugin-directory=directory --run-once=text --parallel '--randomize[=text]' --trace --verbose
+    -h --help --init --invoke --method=method --plugin=plugin-files --disable-plugins=plugins
+    --plugin-flags=text --plugin-directory=directory --run-once=text --parallel '--randomize[=text]'
+    --trace --verbose
     --interactive --interactive-mode-requires=plugins '--daemon[=wait]' --daemon-wait-timeout=text
     '--dump-dependency-tree[=file]'
 )
 
 _bootweave_analyze_options=(
-    --help --profile=file --boot=boot --plugin-directory=directory --json --strict
+    -h --help --profile=file --boot=boot --plugin-directory=directory -o=file --output=file --json --strict
 )
 _bootweave_analyze_commands=(
-    time=none blame=none critical-chain=plugin list=none diff=file verify=file
+    time=none blame=none critical-chain=plugin list=none diff=file verify=file plot=none
 )
 
 # _bootweave_offer WORD...: offers those that begin with what is typed. Words that a shell reads as something
@@ -130,18 +131,20 @@ _bootweave_split() {
         option=${cur%%=*}
         before=$option=
         cur=${cur#*=}
-    elif [[ $last == --* && " $* " == *" $last="* ]]; then
+    elif [[ $last == -* && " $* " == *" $last="* ]]; then
         option=$last
     fi
     is_value=$option
     [[ -z $option ]] || kind=$(_bootweave_kind "$option" "$@")
 }
 
-# _bootweave_offer_options TABLE...: each with its = where it has a value; such a one is not done yet.
+# _bootweave_offer_options TABLE...: each with its = where it has a value; such a one is not done yet. Letters
+# are not offered: to type one is as fast.
 _bootweave_offer_options() {
     local entry
     for entry in "$@"; do
         case $entry in
+        -? | -?=*) ;;
         *'[='*) _bootweave_offer "${entry%%\[*}" "${entry%%\[*}=" ;;
         *=*) _bootweave_offer "${entry%%=*}=" ;;
         *) _bootweave_offer "$entry" ;;

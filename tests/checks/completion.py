@@ -30,9 +30,11 @@ def kinds(script):
 
 
 def options_of(source):
-    """--x, --x= or --x[=] for each option of a program."""
-    return {f"--{name}{_VALUES[value]}"
-            for name, value in re.findall(r'\boption\{"([a-z-]+)", (\w+),', source)}
+    """--x, --x= or --x[=] for each option of a program, and the same for its letter."""
+    letters = dict(re.findall(r"^ +(k\w+) = '(\w)',", source, re.MULTILINE))
+    found = re.findall(r'\boption\{"([a-z-]+)", (\w+), nullptr, (\w+)\}', source)
+    return ({f"--{name}{_VALUES[value]}" for name, value, _ in found}
+            | {f"-{letters[code]}{_VALUES[value]}" for _, value, code in found if code in letters})
 
 
 def commands_of(source):

@@ -11,7 +11,7 @@ _bootweave_options=(
     --init --plugin=files
     '--daemon[=wait]'
 )
-_bootweave_analyze_options=(--json)
+_bootweave_analyze_options=(--json -o=files --output=files)
 _bootweave_analyze_commands=(time=none diff=files)
 _bootweave_values() {
     case $1 in
@@ -25,7 +25,9 @@ _bootweave_values() {
 """
 _DRIVER = 'option{"init", no_argument, nullptr, 1}, option{"plugin", required_argument, nullptr, 2},\n' \
           'option{"daemon", optional_argument, nullptr, 3}, option{nullptr, 0, nullptr, 0},'
-_ANALYZE = 'option{"json", no_argument, nullptr, 1}\n' \
+_ANALYZE = "    kOutput = 'o',\n" \
+           'option{"json", no_argument, nullptr, 1},\n' \
+           'option{"output", required_argument, nullptr, kOutput},\n' \
            'constexpr std::array<X, 2> kCommands{{{"time", X::kTime},\n     {"diff", X::kDiff}}};\n'
 _PLACE = "packaging/bash-completion.sh: "
 
@@ -43,6 +45,10 @@ class CompletionCheckTest(unittest.TestCase):
         self.assertEqual([_PLACE + "option of driver/options.cpp --init is missing",
                           _PLACE + "there is no option of driver/options.cpp --begin"],
                          self._find(_SCRIPT.replace("--init", "--begin")))
+
+    def test_the_letter_of_an_option_is_one_more(self):
+        self.assertEqual([_PLACE + "option of analyze/options.cpp -o= is missing"],
+                         self._find(_SCRIPT.replace("-o=files ", "")))
 
     def test_an_option_with_another_value_is_another_one(self):
         self.assertEqual([_PLACE + "option of driver/options.cpp --daemon= is missing",

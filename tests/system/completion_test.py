@@ -89,11 +89,13 @@ class CompletionTest(SystemTest):
 
     def test_files_and_directories_are_offered_where_one_is_wanted(self):
         self.assertEqual([["(-o filenames)", "/srv/own/more"], ["(-o filenames)", "/srv/own/mine.json"],
-                          ["(-o filenames)", "/srv/own/mine.json"], ["(-o filenames)", "/srv/own/mine.json"]],
+                          ["(-o filenames)", "/srv/own/mine.json"], ["(-o filenames)", "/srv/own/mine.json"],
+                          ["(-o filenames)", "/srv/own/mine.json"], ["blame"]],
                          self._offers("bootweave --plugin-directory=/srv/own/",
                                       "bootweave --dump-dependency-tree=/srv/own/mi",
                                       "bootweave-analyze --profile /srv/own/mi",
                                       "bootweave-analyze --json diff /srv/own/more/x /srv/own/mi",
+                                      "bootweave-analyze plot -o /srv/own/mi", "bootweave-analyze -o x bl",
                                       files=self._plugins))
 
     def test_commands_are_offered_once_and_then_what_follows_them(self):

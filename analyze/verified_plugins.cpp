@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include "analyze/verify.h"
+#include "analyze/verify_init_script.h"
 #include "analyze/verify_json_keys.h"
 #include "driver/discovery.h"
 #include "plugins/json_plugin_file.h"
@@ -81,7 +82,7 @@ class Loader {
         } else {
             const std::string name = std::filesystem::path(path).filename().string();
             given_.insert(name);
-            LoadFile(place, name);
+            LoadFile(place, name, true);
         }
     }
 
@@ -113,14 +114,20 @@ class Loader {
         std::sort(names.begin(), names.end());
         for (const std::string& name : names) {
             if (reporting_ || !given_.contains(name)) {
-                LoadFile(Place(std::filesystem::path(place.shown) / name), name);
+                LoadFile(Place(std::filesystem::path(place.shown) / name), name, false);
             }
         }
     }
 
-    void LoadFile(const Place& place, const std::string& file_name) {
-        if (std::string reason = WhyNoPluginFile(file_name); !reason.empty()) {
-            Add(place, Severity::kWarning, FindingKind::kIgnored, "", std::move(reason));
+    /// \param is_given  by itself, and not with its directory
+    void LoadFile(const Place& place, const std::string& file_name, bool is_given) {
+        const std::string reason = WhyNoPluginFile(file_name);
+        if (!reason.empty() && is_given && IsScript(place.absolute)) {
+            LoadInitScript(place, file_name);
+            return;
+        }
+        if (!reason.empty()) {
+            Add(place, Severity::kWarning, FindingKind::kIgnored, "", reason);
             return;
         }
         const PluginFileName name = SplitPluginFileName(file_name);
@@ -176,6 +183,12 @@ class Loader {
         plugin.run_once = metadata.run_once;
         plugin.version = std::move(metadata.plugin_version);
         return metadata.version;
+    }
+
+    void LoadInitScript(const Place& place, const std::string& name) {
+        CheckWriters(place, name);
+        loaded_.plugins.push_back({.name = name, .file = place.shown});
+        CheckInitScript(place.absolute, loaded_.plugins.back(), loaded_.findings);
     }
 
     void LoadInjections(const Place& place) {

@@ -10,9 +10,9 @@ namespace {
 constexpr std::array kKindTexts{
     "unreadable",   "not-loaded", "syntax",   "ignored",      "unknown-key",  "unread-key",
     "repeated-key", "flags",      "run-once", "command",      "writable",     "duplicate-name",
-    "debug-line",   "debug-file", "cycle",    "not-provided", "not-required",
+    "debug-line",   "debug-file", "cycle",    "not-provided", "not-required", "init-script",
 };
-static_assert(kKindTexts.size() == static_cast<std::size_t>(FindingKind::kNotRequired) + 1);
+static_assert(kKindTexts.size() == static_cast<std::size_t>(FindingKind::kInitScript) + 1);
 
 }  // namespace
 

@@ -37,6 +37,7 @@ enum class FindingKind {
     kCircle,
     kNotProvided,
     kNotRequired,
+    kInitScript,
 };
 
 /// The kind's name for programs, such as "unknown-key"; names never change.

@@ -105,6 +105,17 @@ TEST_F(VerifyTest, AFileOfAnotherTypeIsIgnoredAsABootDoes) {
                                                   "ignoring plugin 'a.json.bak' of unknown type (bak)...")));
 }
 
+TEST_F(VerifyTest, AScriptThatIsGivenByItselfIsAnInitScript) {
+    const std::string good = dir_.WriteProgram("good", "#!/bin/sh\n");
+    const std::string bad = dir_.WriteFile("bad", "#!/bin/sh\n");
+    EXPECT_THAT(FindingsOf({good, bad}),
+                ElementsAre(Error("bad", FindingKind::kInitScript, "bad", "not executable")));
+    EXPECT_EQ(2U, Verify(sources_).plugins);
+    dir_.WriteProgram("plugins/good", "#!/bin/sh\n");
+    EXPECT_THAT(FindingsOf(), ElementsAre(Warning("plugins/good", FindingKind::kIgnored, "",
+                                                  "ignoring plugin 'good' of unspecified type...")));
+}
+
 TEST_F(VerifyTest, EachCheckIsMade) {
     dir_.WriteFile("plugins/a.json", R"({"metadata": {"version": 3, "requires": ["x"], "provides": ["y"],
         "required_flags": ["f"], "disabling_flags": ["f"], "run_once": true, "plugin_version": "1 0",
@@ -235,13 +246,13 @@ TEST_F(VerifyTest, TheHostsOwnIsWhatABootReads) {
 
 TEST(FindingTest, EachKindHasItsName) {
     std::vector<std::string> names;
-    for (int kind = 0; kind <= static_cast<int>(FindingKind::kNotRequired); ++kind) {
+    for (int kind = 0; kind <= static_cast<int>(FindingKind::kInitScript); ++kind) {
         names.emplace_back(FindingKindText(static_cast<FindingKind>(kind)));
     }
-    EXPECT_THAT(names,
-                ElementsAre("unreadable", "not-loaded", "syntax", "ignored", "unknown-key", "unread-key",
-                            "repeated-key", "flags", "run-once", "command", "writable", "duplicate-name",
-                            "debug-line", "debug-file", "cycle", "not-provided", "not-required"));
+    EXPECT_THAT(names, ElementsAre("unreadable", "not-loaded", "syntax", "ignored", "unknown-key",
+                                   "unread-key", "repeated-key", "flags", "run-once", "command", "writable",
+                                   "duplicate-name", "debug-line", "debug-file", "cycle", "not-provided",
+                                   "not-required", "init-script"));
 }
 
 }  // namespace

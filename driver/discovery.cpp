@@ -70,6 +70,10 @@ std::string RecordedRunOnceKey(std::string key) {
     return key;
 }
 
+bool IsEarlyService(const std::string& script_name) {
+    return script_name == "logrelayd" || script_name == "obsvd";
+}
+
 PluginFileName SplitPluginFileName(const std::string& file_name) {
     constexpr std::string_view kLibraryPrefix = "lib";
     const std::size_t dot = file_name.rfind('.');
@@ -151,7 +155,7 @@ void Discovery::CollectDaemons() {
 
 void Discovery::CollectDaemon(const std::string& script_path, int priority) {
     const std::string name = script_path.substr(script_path.rfind('/') + 1);
-    if (name == "logrelayd" || name == "obsvd") {
+    if (IsEarlyService(name)) {
         return;
     }
     try {

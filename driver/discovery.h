@@ -32,6 +32,9 @@ struct PluginFileName {
 /// The key as it is added to the run-once set: without all characters but letters, digits and "-._+".
 [[nodiscard]] std::string RecordedRunOnceKey(std::string key);
 
+/// Whether daemon runs leave out the init script of this name, because an init run starts it itself.
+[[nodiscard]] bool IsEarlyService(const std::string& script_name);
+
 /// Turns file names into plugins and decides which of them take part in this run. Owns the plugins.
 ///
 /// Each candidate passes a type test, the denylist, two boot-flag tests and the run-once test, in this order;

@@ -487,6 +487,12 @@ TEST(PluginFileNameTest, AFileOfAKnownTypeIsNoReasonToComplain) {
     EXPECT_EQ("ignoring plugin 'a.SO' of unknown type (SO)...", WhyNoPluginFile("a.SO"));
 }
 
+TEST(EarlyServiceTest, TheLogAndTheEventDaemonAreStartedByInitRuns) {
+    EXPECT_TRUE(IsEarlyService("logrelayd"));
+    EXPECT_TRUE(IsEarlyService("obsvd"));
+    EXPECT_FALSE(IsEarlyService("obsvd2"));
+}
+
 TEST(RunOnceKeyTest, ItIsRecordedWithoutForeignCharacters) {
     EXPECT_EQ("net1 0,b", RunOnceKey("net", "1 0,b"));
     EXPECT_EQ("net10b", RecordedRunOnceKey("net1 0,b"));

@@ -187,7 +187,7 @@ class Loader {
 
     void LoadInitScript(const Place& place, const std::string& name) {
         CheckWriters(place, name);
-        loaded_.plugins.push_back({.name = name, .file = place.shown});
+        loaded_.plugins.push_back({.name = name, .file = place.shown, .is_script = true});
         CheckInitScript(place.absolute, loaded_.plugins.back(), loaded_.findings);
     }
 

@@ -18,9 +18,10 @@ struct VerifySources;
 /// A plugin as its file, or a line of debug injections, declares it.
 struct VerifiedPlugin {
     std::string name;
-    std::string file;       ///< as findings name it
-    bool reported = true;   ///< false for one that only stands around what is verified
-    bool injected = false;  ///< by a line of debug injections
+    std::string file;        ///< as findings name it
+    bool reported = true;    ///< false for one that only stands around what is verified
+    bool injected = false;   ///< by a line of debug injections
+    bool is_script = false;  ///< an init script, which runs of daemons start
     std::vector<std::string> requires_names{};
     std::vector<std::string> provides_names{};
     std::set<std::string> required_flags{};

@@ -39,10 +39,10 @@ struct VerifyReport {
 
 /// Verifies files and directories, all together, as if one plugin directory had them.
 ///
-/// A directory stands for the files in it; a file whose name ends in ".conf" is one of debug injections.
-/// Files without any directory are verified as additions to the host's own plugins and injections, about
-/// which nothing is said. Where a host has no plugin directory, it is not asked who provides what such files
-/// require.
+/// A directory stands for the files in it; a file whose name ends in ".conf" is one of debug injections,
+/// and a script that is given by itself an init script. Files without any directory are verified as additions
+/// to the host's own plugins and injections, about which nothing is said. Where a host has no plugin
+/// directory, it is not asked who provides what such files require.
 [[nodiscard]] VerifyReport Verify(const VerifySources& sources);
 
 }  // namespace bootweave

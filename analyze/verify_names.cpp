@@ -68,6 +68,9 @@ void CheckRunOnceKeys(const std::vector<VerifiedPlugin>& plugins, Findings& find
 void CheckNames(const std::vector<VerifiedPlugin>& plugins, Findings& findings) {
     std::map<std::string, const VerifiedPlugin*> owners;
     for (const VerifiedPlugin& plugin : plugins) {
+        if (plugin.is_script) {
+            continue;  // which no run has beside plugins of another kind
+        }
         const auto [owner, is_new] = owners.emplace(plugin.name, &plugin);
         if (!is_new) {
             const Clash clash(*owner->second, plugin);

@@ -109,6 +109,13 @@ TEST(VerifyNamesTest, ANameThatTwoFilesHaveIsSaidOfTheSecond) {
                                     "its name 'a' is also that of a.json"}));
 }
 
+TEST(VerifyNamesTest, AnInitScriptMayBeCalledAsAPluginOfAnotherKind) {
+    VerifiedPlugin script = Plugin("a", "/etc/init.d/a");
+    script.is_script = true;
+    EXPECT_THAT(NameFindings({Plugin("a"), script}), IsEmpty());
+    EXPECT_THAT(NameFindings({script, Plugin("a")}), IsEmpty());
+}
+
 TEST(VerifyNamesTest, OfWhatOnlyStandsAroundNothingIsSaid) {
     const VerifiedPlugin json = Plugin("a", "a.json");
     const VerifiedPlugin native = Plugin("a", "liba.so");

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "analyze/analyze.h"
 
+#include <algorithm>
 #include <exception>
 #include <sstream>
 #include <string>
@@ -15,7 +16,9 @@
 #include "analyze/critical_chain.h"
 #include "analyze/diagnostics.h"
 #include "analyze/help_text.h"
+#include "analyze/neighbourhood.h"
 #include "analyze/options.h"
+#include "analyze/report_dot.h"
 #include "analyze/report_json.h"
 #include "analyze/report_svg.h"
 #include "analyze/run_graph.h"
@@ -125,6 +128,22 @@ void WritePlot(const Request& request) {
     ReplaceOutput(*request.options.output, content.str());
 }
 
+/// Without a plugin that ran there is a graph all the same.
+std::vector<ChainLink> ChainIfAny(const ProfileBlock& block, const RunGraph& graph) {
+    const bool any = std::any_of(block.plugins.begin(), block.plugins.end(),
+                                 [](const PluginTimes& plugin) { return plugin.ran(); });
+    return any ? CriticalChain(block, graph, std::nullopt) : std::vector<ChainLink>();
+}
+
+void WriteDependencies(const Request& request) {
+    const ChosenRun run = ReadRun(request, request.options.profile);
+    const RunGraph graph = ReadGraph(request, run.block);
+    const GraphPart part = PartAround(run.block, graph, request.options.around);
+    const std::vector<ChainLink> chain = ChainIfAny(run.block, graph);
+    request.options.json ? WriteGraphJson(request.out, run, graph, chain, part)
+                         : WriteGraphDot(request.out, run, graph, chain, part);
+}
+
 void WriteHelp(const Request& request) {
     request.out << kAnalyzeHelpText;
 }
@@ -145,6 +164,8 @@ Report ReportOf(AnalyzeCommand command) {
             return WriteDiff;
         case AnalyzeCommand::kPlot:
             return WritePlot;
+        case AnalyzeCommand::kDot:
+            return WriteDependencies;
         default:
             return WriteHelp;
     }

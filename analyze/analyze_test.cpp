@@ -123,6 +123,16 @@ TEST_F(AnalyzeTest, TwoLogsAreCompared) {
                   RunWith({"analyze", "diff", boot, daemons}));
 }
 
+TEST_F(AnalyzeTest, TheGraphIsDrawnAlsoWhenNothingRan) {
+    const std::string dump = "[1970-01-01 00:00:00.000000 - 1970-01-01 00:00:00.000000] sysboot: storage\n";
+    const Outcome outcome = Run(dump, {"dot", "--plugin-directory", dir_.path()});
+    EXPECT_EQ(0, outcome.status);
+    EXPECT_NE(std::string::npos,
+              outcome.out.find("\"plugin:storage\" [label=\"storage\\nunknown, did not run\""));
+    EXPECT_TRUE(
+        Run(kBoot, {"dot", "--json", "--plugin-directory", dir_.path()}).out.ends_with("\"barriers\":[]}\n"));
+}
+
 TEST_F(AnalyzeTest, APictureGoesToStandardOutputOrIntoAFile) {
     const std::string file = dir_.File("a.svg");
     const Outcome output = Run(kBoot, {"plot", "--plugin-directory", dir_.path()});

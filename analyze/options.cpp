@@ -22,6 +22,7 @@ enum Option : int {
     kPluginDirectory,
     kJson,
     kStrict,
+    kAround,
 };
 
 constexpr std::array kLongOptions{
@@ -31,22 +32,24 @@ constexpr std::array kLongOptions{
     option{"plugin-directory", required_argument, nullptr, kPluginDirectory},
     option{"output", required_argument, nullptr, kOutput},
     option{"json", no_argument, nullptr, kJson},
+    option{"around", required_argument, nullptr, kAround},
     option{"strict", no_argument, nullptr, kStrict},
     option{nullptr, 0, nullptr, 0},
 };
 
-constexpr std::array<std::pair<std::string_view, AnalyzeCommand>, 7> kCommands{
+constexpr std::array<std::pair<std::string_view, AnalyzeCommand>, 8> kCommands{
     {{"time", AnalyzeCommand::kTime},
      {"blame", AnalyzeCommand::kBlame},
      {"critical-chain", AnalyzeCommand::kCriticalChain},
      {"list", AnalyzeCommand::kList},
      {"diff", AnalyzeCommand::kDiff},
      {"verify", AnalyzeCommand::kVerify},
-     {"plot", AnalyzeCommand::kPlot}}};
+     {"plot", AnalyzeCommand::kPlot},
+     {"dot", AnalyzeCommand::kDot}}};
 
 /// Options that make sense for one command only.
-constexpr std::array<std::pair<Option, AnalyzeCommand>, 2> kOnlyFor{
-    {{kOutput, AnalyzeCommand::kPlot}, {kStrict, AnalyzeCommand::kVerify}}};
+constexpr std::array<std::pair<Option, AnalyzeCommand>, 3> kOnlyFor{
+    {{kOutput, AnalyzeCommand::kPlot}, {kStrict, AnalyzeCommand::kVerify}, {kAround, AnalyzeCommand::kDot}}};
 
 BlockChoice ParseBlock(std::string_view text) {
     using Which = BlockChoice::Which;
@@ -124,6 +127,9 @@ void Apply(int parsed, char** argv, AnalyzeOptions& options) {
             break;
         case kOutput:
             options.output = ::optarg;
+            break;
+        case kAround:
+            options.around = ::optarg;
             break;
         case kJson:
             options.json = true;

@@ -28,6 +28,7 @@ enum class AnalyzeCommand {
     kDiff,
     kVerify,
     kPlot,
+    kDot,
 };
 
 /// Which block of the log a report is about.
@@ -52,6 +53,7 @@ struct AnalyzeOptions {
     std::vector<std::string> files{};     ///< that verify is about; none are the host's own
     bool strict = false;                  ///< for verify: warnings count as errors
     std::optional<std::string> output{};  ///< where plot puts its picture; nothing is standard output
+    std::optional<std::string> around{};  ///< the plugin whose neighbourhood dot shows; nothing is all
     bool json = false;
 };
 

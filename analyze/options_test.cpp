@@ -99,6 +99,13 @@ TEST(AnalyzeOptionsTest, APictureMayGoIntoAFile) {
     EXPECT_EQ("plot writes a picture, not JSON; see --help", ErrorOf({"plot", "--json"}));
 }
 
+TEST(AnalyzeOptionsTest, AGraphMayBeThatAroundOnePlugin) {
+    EXPECT_EQ(AnalyzeCommand::kDot, Parse({"dot"}).command);
+    EXPECT_EQ(std::nullopt, Parse({"dot"}).around);
+    EXPECT_EQ("storage", Parse({"dot", "--around", "storage"}).around);
+    EXPECT_EQ("option '--around' is for dot; see --help", ErrorOf({"plot", "--around", "storage"}));
+}
+
 TEST(AnalyzeOptionsTest, AnOptionOfAnotherCommandIsRefused) {
     EXPECT_EQ("option '--output' is for plot; see --help", ErrorOf({"-o", "a.svg"}));
     EXPECT_EQ("option '--output' is for plot; see --help", ErrorOf({"blame", "--output=a.svg"}));

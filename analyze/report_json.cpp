@@ -57,6 +57,18 @@ json::object SettingsOf(const RunSettings& settings) {
             {"seed", Known(settings.seed)}};
 }
 
+/// The names of those neighbours that are part of what is shown.
+template <typename NameOf>
+json::array Names(const std::vector<std::size_t>& indices, const std::vector<bool>& part, NameOf name_of) {
+    json::array names;
+    for (const std::size_t index : indices) {
+        if (part[index]) {
+            names.push_back(Utf8(name_of(index)));
+        }
+    }
+    return names;
+}
+
 }  // namespace
 
 void WriteListJson(std::ostream& out, const std::string& path, const BootProfile& profile) {
@@ -130,6 +142,50 @@ void WriteChainJson(std::ostream& out, const ChosenRun& run, const RunGraph& gra
     }
     json::object report = ReportOn(run);
     report["plugins"] = std::move(plugins);
+    out << json::serialize(report) << "\n";
+}
+
+void WriteGraphJson(std::ostream& out, const ChosenRun& run, const RunGraph& graph,
+                    const std::vector<ChainLink>& chain, const GraphPart& part) {
+    std::vector<bool> critical_plugins(graph.plugins.size());
+    std::vector<bool> critical_barriers(graph.barriers.size());
+    for (const ChainLink& link : chain) {
+        critical_plugins[link.plugin] = true;
+        if (link.barrier.has_value()) {
+            critical_barriers[*link.barrier] = true;
+        }
+    }
+    const auto plugin_name = [&](std::size_t index) { return run.block.plugins[index].name; };
+    const auto barrier_name = [&](std::size_t index) { return graph.barriers[index].name; };
+    json::array plugins;
+    for (std::size_t index = 0; index < graph.plugins.size(); ++index) {
+        if (part.plugins[index]) {
+            const PluginTimes& times = run.block.plugins[index];
+            const RunPlugin& plugin = graph.plugins[index];
+            plugins.push_back(
+                json::object{{"name", Utf8(times.name)},
+                             {"kind", PluginKindText(plugin.kind)},
+                             {"ran", times.ran()},
+                             {"taken_us", times.taken().count()},
+                             {"critical", bool(critical_plugins[index])},
+                             {"requires", Names(plugin.required, part.barriers, barrier_name)},
+                             {"provides", Names(plugin.provided, part.barriers, barrier_name)}});
+        }
+    }
+    json::array barriers;
+    for (std::size_t index = 0; index < graph.barriers.size(); ++index) {
+        if (part.barriers[index]) {
+            const RunBarrier& barrier = graph.barriers[index];
+            barriers.push_back(
+                json::object{{"name", Utf8(barrier.name)},
+                             {"critical", bool(critical_barriers[index])},
+                             {"providers", Names(barrier.providers, part.plugins, plugin_name)},
+                             {"requirers", Names(barrier.requirers, part.plugins, plugin_name)}});
+        }
+    }
+    json::object report = ReportOn(run);
+    report["plugins"] = std::move(plugins);
+    report["barriers"] = std::move(barriers);
     out << json::serialize(report) << "\n";
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "analyze/neighbourhood.h"
 #include "analyze/report_text.h"
 #include "analyze/verify.h"
 
@@ -24,6 +25,10 @@
 ///         plugins (name, start, end, taken_us, at_us, idle_us, barrier: where it waited for the next one),
 ///         what was waited for last
 /// list:   profile, blocks, runs (block, kind, line, start, end, total_us, plugins_ran, plugins: how many)
+/// dot:    profile, block, blocks, kind, plugins (name, kind, ran, taken_us, critical, requires, provides:
+/// names
+///         of barriers) in the order of the log, barriers (name, critical, providers, requirers: names of
+///         plugins)
 /// diff:   old, new (each with profile, block, blocks, kind, total_us, plugins_us), total_change_us,
 ///         plugins_change_us, plugins (name, old_us, new_us, change_us), greatest change first
 /// verify: plugins, errors, warnings,
@@ -43,6 +48,10 @@ void WriteBlameJson(std::ostream& out, const ChosenRun& run);
 /// Writes a chain.
 void WriteChainJson(std::ostream& out, const ChosenRun& run, const RunGraph& graph,
                     const std::vector<ChainLink>& chain);
+
+/// Writes the graph of a run, or a part of it. `chain` is empty when no plugin ran.
+void WriteGraphJson(std::ostream& out, const ChosenRun& run, const RunGraph& graph,
+                    const std::vector<ChainLink>& chain, const GraphPart& part);
 
 /// Writes what changed from one run to another.
 void WriteDiffJson(std::ostream& out, const ChosenRun& before, const ChosenRun& after);

@@ -91,6 +91,26 @@ TEST(ReportJsonTest, AListHasEachRunOfTheLog) {
               out.str());
 }
 
+TEST(ReportJsonTest, AGraphHasThePluginsAndBarriersOfItsPart) {
+    RunGraph graph;
+    graph.plugins = {{PluginKind::kJSON, {0}, {}}, {PluginKind::kNative, {}, {0, 1}}, {}};
+    graph.barriers = {{"x", {1}, {0}}, {"y", {1}, {}}};
+    std::ostringstream out;
+    WriteGraphJson(out, RunOf(kBoot), graph, {{0, {}, {}, 0}, {1, {}, {}, {}}},
+                   {{true, true, false}, {true, false}});
+    EXPECT_EQ(
+        R"({"profile":"/log","block":1,"blocks":1,"kind":"boot","plugins":[)"
+        R"({"name":"\"net\"","kind":"json","ran":true,"taken_us":250000,"critical":true,)"
+        R"("requires":["x"],"provides":[]},)"
+        "{\"name\":\"st\xC3\xB6rage \xEF\xBF\xBD\","
+        R"("kind":"native","ran":true,"taken_us":750000,"critical":true,"requires":[],"provides":["x"]}],)"
+        R"("barriers":[{"name":"x","critical":true,"providers":)"
+        "[\"st\xC3\xB6rage \xEF\xBF\xBD\"],"
+        R"("requirers":["\"net\""]}]})"
+        "\n",
+        out.str());
+}
+
 TEST(ReportJsonTest, ADifferenceHasBothSidesAndEachPlugin) {
     ChosenRun after = RunOf(kBoot);
     after.block.plugins[0].end += Duration(5);

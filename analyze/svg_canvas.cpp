@@ -43,8 +43,7 @@ std::string_view Escaped(std::string_view character) {
     }
     const bool control = character.size() == 1 && static_cast<unsigned char>(character[0]) < 0x20 &&
                          character != "\t" && character != "\n";
-    // The two that Unicode keeps out of texts are no characters of XML, either.
-    return control || character == "\xEF\xBF\xBE" || character == "\xEF\xBF\xBF" ? kReplacement : character;
+    return control ? kReplacement : character;
 }
 
 }  // namespace

@@ -16,7 +16,9 @@ std::string Utf8Text(std::string_view text) {
         if (static_cast<unsigned char>(text.front()) >= kBeyondAscii) {
             length = Utf8SequenceLength(text);
         }
-        result += length == 0 ? kReplacement : text.substr(0, length);
+        const std::string_view character = text.substr(0, length);
+        const bool none = length == 0 || character == "\xEF\xBF\xBE" || character == "\xEF\xBF\xBF";
+        result += none ? kReplacement : character;
         text.remove_prefix(length == 0 ? 1 : length);
     }
     return result;

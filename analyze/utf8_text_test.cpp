@@ -16,5 +16,11 @@ TEST(Utf8TextTest, EachByteThatIsNoneIsReplaced) {
     EXPECT_EQ("\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD", Utf8Text("\xED\xA0\x80"));  // a surrogate
 }
 
+TEST(Utf8TextTest, WhatUnicodeKeepsOutOfTextsIsReplaced) {
+    EXPECT_EQ("\xEF\xBF\xBD", Utf8Text("\xEF\xBF\xBE"));
+    EXPECT_EQ("\xEF\xBF\xBD", Utf8Text("\xEF\xBF\xBF"));
+    EXPECT_EQ("\xEF\xBF\xBC", Utf8Text("\xEF\xBF\xBC"));
+}
+
 }  // namespace
 }  // namespace bootweave

@@ -24,6 +24,7 @@ _ANALYZE_PAGE = "docs/bootweave-analyze.1"
 # Sources whose texts are not said.
 _NO_MESSAGES = {
     "analyze/help_text.cpp": "the help, which the page has in its own words",
+    "analyze/report_dot.cpp": "a graph, which the page explains",
     "analyze/report_svg.cpp": "a picture, which the page explains",
     "analyze/report_text.cpp": "the reports, which the page explains line by line",
     "analyze/svg_canvas.cpp": "marks of a picture",

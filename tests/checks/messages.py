@@ -75,6 +75,13 @@ class Pattern:
         text = "".join("..." if part is HOLE else part for part in self._parts)
         return '"' + text.encode("unicode_escape").decode().replace('"', '\\"') + '"'
 
+    def holes_in(self, text):
+        """What stands in the holes when a text is this one as a whole, but for signs around it; else None."""
+        body = "".join("(.+?)" if part is HOLE else re.escape(part) for part in self._parts)
+        before, after = ("" if part is HOLE else r"[\W_]*" for part in (self._parts[0], self._parts[-1]))
+        found = re.fullmatch(before + body + after, text)
+        return None if found is None else found.groups()
+
     def stands_in(self, known):
         """Whether it is among the texts of tests; `known` is what joined() returns."""
         parts = self._parts

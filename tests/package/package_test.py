@@ -63,9 +63,11 @@ class FilesTest(unittest.TestCase):
     maxDiff = None
 
     def test_lintian_finds_nothing(self):
+        # Machine code now and then has the letters of a misspelt word.
         result = subprocess.run(
-            ["lintian", "--allow-root", "--pedantic", "--display-info", "--fail-on",
-             "error,warning,info,pedantic", _built("bootweave_*.changes")],
+            ["lintian", "--allow-root", "--pedantic", "--display-info", "--suppress-tags",
+             "spelling-error-in-binary", "--fail-on", "error,warning,info,pedantic",
+             _built("bootweave_*.changes")],
             check=False, text=True, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         self.assertEqual(("", 0), (result.stdout, result.returncode), result.stderr)
 

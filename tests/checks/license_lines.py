@@ -10,7 +10,8 @@ _LINE = re.compile(r"(//|#|\.\\\"|/\*|;) SPDX-License-Identifier: Apache-2\.0( \
 
 # Prose, data, and the files of tools that read them line by line.
 _EXEMPT = re.compile(r".*\.(md|json|pot?)|LICENSE|\.editorconfig|(.*/)?\.gitignore|(.*/)?\.clang-format"
-                     r"|tests/(system/.*/expected|fuzz/corpus)/.*|examples/(host/.*/etc|mistakes)/.*"
+                     r"|tests/(system/.*/expected|fuzz/corpus)/.*"
+                     r"|examples/(host/.*/etc|mistakes|plugins/debug)/.*"
                      r"|debian/(changelog|copyright|source/format|.*\.README\.Debian)")
 
 

@@ -25,10 +25,10 @@ bool ChangeSignal(int number, const struct sigaction& action, struct sigaction* 
 void NoteChangedSignals();
 
 /// Puts every signal that is or was not at its default back to it, and empties the signal mask, in a child
-/// that will exec.
+/// that will exec or go on with foreign code.
 void ResetChangedSignals();
 
-/// The same for every signal, whoever changed it: for a child that goes on with foreign code in this process.
+/// The same for every signal, whoever changed it.
 void ResetSignals();
 
 }  // namespace bootweave

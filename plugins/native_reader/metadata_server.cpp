@@ -35,7 +35,7 @@ int LoadInChild(pid_t reader, UniqueFd& channel, const std::string& path, Answer
         return 1;  // it ended before that call
     }
     ::setpgid(0, 0);  // a signal that the object sends to its group reaches only what it started itself
-    ResetSignals();
+    ResetChangedSignals();
     region.Put(LoadMetadata(path));
     return 0;
 }
@@ -122,6 +122,7 @@ std::optional<MetadataAnswer> AnswerFor(const std::string& path, UniqueFd& chann
 
 int ServeMetadata(UniqueFd channel) {
     ::prctl(PR_SET_CHILD_SUBREAPER, 1);
+    NoteChangedSignals();
     for (;;) {
         const ReceivedMessage request = ReceiveMessage(channel, kMostRequest);
         if (request.status != ReceivedMessage::Status::kWhole) {

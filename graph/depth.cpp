@@ -30,12 +30,15 @@ std::int32_t DepthFromKnown(const Edges& neighbours, std::int32_t Node::*depth) 
 
 }  // namespace
 
-std::int32_t ComputeDepth(Node& root, Edges Node::*next, std::int32_t Node::*depth) {
-    if (root.*depth >= 0) {
-        return root.*depth;
+bool ComputeKnownDepth(Node& node, Edges Node::*next, std::int32_t Node::*depth) {
+    if (node.*depth < 0) {
+        node.*depth = DepthFromKnown(node.*next, depth);
     }
-    root.*depth = DepthFromKnown(root.*next, depth);  // most nodes: no walk
-    if (root.*depth >= 0) {
+    return node.*depth >= 0;
+}
+
+std::int32_t ComputeDepth(Node& root, Edges Node::*next, std::int32_t Node::*depth) {
+    if (ComputeKnownDepth(root, next, depth)) {  // most nodes: no walk
         return root.*depth;
     }
     std::vector<Step> path{{&root, 0, 0}};

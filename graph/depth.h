@@ -12,4 +12,7 @@ namespace bootweave {
 /// chain's length. The caller holds the graph lock.
 std::int32_t ComputeDepth(Node& root, Edges Node::*next, std::int32_t Node::*depth) REQUIRES(g_process_lock);
 
+/// Whether `node` has its depth, or gets it here because those of its neighbours along `next` are known.
+bool ComputeKnownDepth(Node& node, Edges Node::*next, std::int32_t Node::*depth) REQUIRES(g_process_lock);
+
 }  // namespace bootweave

@@ -50,6 +50,11 @@ void Executor::Enqueue(Node& node) {
     work_to_do_.Broadcast();
 }
 
+void Executor::Expect(std::span<Node* const> nodes) {
+    const ProcessLockGuard lock;
+    queue_.Expect(nodes);
+}
+
 void Executor::WaitUntilIdle() {
     const ProcessLockGuard lock;
     while (running_ > 0 || queue_.size() > 0) {

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "graph/ready_queue.h"
@@ -34,6 +35,9 @@ class Executor {
     void Enqueue(Node& node);
     /// The same, for a worker that is about to look at the queue: wakes nobody.
     void EnqueueFromWorkerLocked(Node& node) REQUIRES(g_process_lock) { queue_.Push(node); }
+
+    /// Which nodes are about to be scheduled, and live until the next call; see ReadyQueue::Expect().
+    void Expect(std::span<Node* const> nodes);
 
     /// Sleeps until no node is queued and none runs: what was scheduled is done, or waits for what will never
     /// be. One sleep for a whole run, where waiting for each node would wake the caller once a node. The

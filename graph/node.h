@@ -102,6 +102,7 @@ class Node {
     friend class ReadyQueue;
     friend class StallWatch;
     friend std::int32_t ComputeDepth(Node& root, Edges Node::*next, std::int32_t Node::*depth);
+    friend bool ComputeKnownDepth(Node& node, Edges Node::*next, std::int32_t Node::*depth);
 
     [[nodiscard]] std::int32_t LevelLocked() REQUIRES(g_process_lock);
     [[nodiscard]] std::int32_t HeightLocked() REQUIRES(g_process_lock);

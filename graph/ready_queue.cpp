@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <utility>
 
+#include "graph/depth.h"
+
 namespace bootweave {
 namespace {
 
@@ -105,19 +107,52 @@ void ArrivalList::RebuildCounts() {
     }
 }
 
+void ReadyQueue::Expect(std::span<Node* const> nodes) {
+    expected_ = nodes;
+    unranked_.clear();
+}
+
+ReadyQueue::Rank ReadyQueue::RankOf(Node& node) {
+    const bool reverse = node.state_ == NodeState::kQueuedReverse || node.state_ == NodeState::kDoneReverse;
+    const auto next = reverse ? &Node::dependencies_ : &Node::dependents_;
+    const auto depth = reverse ? &Node::level_ : &Node::height_;
+    if (!ComputeKnownDepth(node, next, depth)) {
+        RankExpected(reverse);
+    }
+    return {node.order_key(), -ComputeDepth(node, next, depth)};
+}
+
+/// Those in or before a cycle stay unknown: their depth depends on who is asked first.
+void ReadyQueue::RankExpected(bool reverse) {
+    const std::span<Node* const> nodes = std::exchange(expected_, {});
+    if (reverse) {
+        for (Node* node : nodes) {
+            ComputeKnownDepth(*node, &Node::dependencies_, &Node::level_);
+        }
+        return;
+    }
+    for (auto node = nodes.rbegin(); node != nodes.rend(); ++node) {
+        ComputeKnownDepth(**node, &Node::dependents_, &Node::height_);
+    }
+}
+
 void ReadyQueue::Push(Node& node) {
-    const std::int32_t depth =
-        node.state_ == NodeState::kQueuedForward ? node.HeightLocked() : node.LevelLocked();
-    const Rank rank(node.order_key(), -depth);
     if (size_++ == 0) {
         lone_ = &node;
-        lone_rank_ = rank;
         return;
     }
     if (lone_ != nullptr) {
-        ListOf(lone_rank_).Append(*std::exchange(lone_, nullptr));
+        SortLone();
     }
-    ListOf(rank).Append(node);
+    ListOf(RankOf(node)).Append(node);
+}
+
+void ReadyQueue::SortLone() {
+    for (Node* node : std::exchange(unranked_, {})) {
+        static_cast<void>(RankOf(*node));
+    }
+    Node& node = *std::exchange(lone_, nullptr);
+    ListOf(RankOf(node)).Append(node);
 }
 
 ArrivalList& ReadyQueue::ListOf(const Rank& rank) {
@@ -143,6 +178,7 @@ Node* ReadyQueue::Pop(bool randomize) {
         if (randomize) {
             static_cast<void>(Choose(1));  // each choice costs one value, this one, too
         }
+        unranked_.push_back(lone_);
         return std::exchange(lone_, nullptr);
     }
     const auto best = ranks_.begin();

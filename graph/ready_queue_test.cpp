@@ -5,6 +5,7 @@
 #include <memory>
 #include <random>
 
+#include "graph/executor.h"
 #include "gtest/gtest.h"
 #include "tests/support/recording_node.h"
 
@@ -75,6 +76,34 @@ TEST_F(ArrivalListTest, AQueueThatNeverEmptiesStaysSmall) {
         list.TakeFirst();
     }
     EXPECT_EQ(1U, list.size());
+}
+
+/// The depth of a node before a cycle is the greater the earlier it is asked for.
+TEST(ReadyQueueTest, ANodeThatCameAloneWasRankedBeforeThoseThatCameAfterIt) {
+    RunRecord record;
+    RecordingNode alone("alone", record);
+    RecordingNode later("later", record);
+    RecordingNode deep("deep", record);
+    RecordingNode middle("middle", record);
+    RecordingNode last("last", record);
+    RecordingNode circle_a("circle a", record);
+    RecordingNode circle_b("circle b", record);
+    circle_a.AddDependency(circle_b);
+    circle_b.AddDependency(circle_a);
+    circle_a.AddDependency(alone);
+    circle_b.AddDependency(later);  // 1 when it comes second, 2 when it comes first
+    middle.AddDependency(deep);
+    last.AddDependency(middle);
+    Executor executor(1, false);
+    alone.ScheduleForward(executor);
+    alone.WaitForward();
+    {
+        const ProcessLockGuard lock;
+        later.ScheduleForward(executor);
+        deep.ScheduleForward(executor);
+    }
+    executor.WaitUntilIdle();
+    EXPECT_EQ((std::vector<std::string>{"alone", "deep", "later"}), record.names());
 }
 
 TEST(ReadyQueueTest, AnEmptyQueueHasNoNextNode) {

@@ -11,6 +11,7 @@ namespace {
 /// Held until all are scheduled: the first choice must see every node, whatever the workers' timing.
 void ScheduleAll(std::span<Node* const> nodes, Executor& executor, void (Node::*schedule)(Executor&)) {
     const ProcessLockGuard lock;
+    executor.Expect(nodes);
     for (Node* node : nodes) {
         (node->*schedule)(executor);
     }
@@ -40,6 +41,7 @@ void RunAllForward(std::span<Node* const> nodes, Executor& executor) {
     for (Node* node : NotDone(nodes, NodeState::kDoneForward)) {
         node->WaitForward();
     }
+    executor.Expect({});
 }
 
 void RunAllReverse(std::span<Node* const> nodes, Executor& executor) {
@@ -48,6 +50,7 @@ void RunAllReverse(std::span<Node* const> nodes, Executor& executor) {
     for (Node* node : NotDone(nodes, NodeState::kDoneReverse)) {
         node->WaitReverse();
     }
+    executor.Expect({});
 }
 
 }  // namespace bootweave

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "driver/driver.h"
 
-#include <algorithm>
 #include <csignal>
 #include <ctime>
 #include <exception>
@@ -20,13 +19,13 @@
 #include "driver/run_once_record.h"
 #include "driver/service_launcher.h"
 #include "driver/syslog_reload.h"
+#include "driver/worker_count.h"
 #include "graph/dot.h"
 #include "graph/executor.h"
 #include "graph/run_all.h"
 #include "hostcli/executor_client.h"
 #include "platform/config_store.h"
 #include "platform/log.h"
-#include "platform/processors.h"
 #include "platform/progress_screen.h"
 #include "util/error_text.h"
 #include "util/exception.h"
@@ -158,8 +157,7 @@ class Driver {
         if (::lstat(kStatelessMark, &status) == 0) {
             config_.parallel = false;
         } else if (config_.parallel) {
-            const std::size_t most = std::size_t{2} * Host_ProcessorCount();
-            config_.threads = static_cast<std::uint32_t>(std::min(most, discovery_.plugins().size()));
+            config_.threads = ParallelWorkers(discovery_.plugins().size());
         }
     }
 

@@ -77,7 +77,7 @@ void Executor::RunLocked(Node& node) {
 void Executor::Work() {
     g_process_lock.Lock();
     while (!stop_) {
-        Node* node = queue_.Pop(randomize_);
+        Node* node = TakeLocked();
         if (node != nullptr) {
             RunLocked(*node);
             continue;

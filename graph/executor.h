@@ -35,6 +35,8 @@ class Executor {
     void Enqueue(Node& node);
     /// The same, for a worker that is about to look at the queue: wakes nobody.
     void EnqueueFromWorkerLocked(Node& node) REQUIRES(g_process_lock) { queue_.Push(node); }
+    /// Takes the next node out of the queue, for whoever runs it; null when there is none.
+    [[nodiscard]] Node* TakeLocked() REQUIRES(g_process_lock) { return queue_.Pop(randomize_); }
 
     /// Which nodes are about to be scheduled, and live until the next call; see ReadyQueue::Expect().
     void Expect(std::span<Node* const> nodes);

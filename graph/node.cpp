@@ -157,9 +157,12 @@ void Node::QueueLocked(const Direction& direction) {
     state_ = direction.queued;
 }
 
+const Direction& Node::QueuedDirection() const {
+    return state_ == NodeState::kQueuedForward ? Direction::kForward : Direction::kReverse;
+}
+
 void Node::RunLocked(Executor& executor) {
-    const Direction& direction =
-        state_ == NodeState::kQueuedForward ? Direction::kForward : Direction::kReverse;
+    const Direction& direction = QueuedDirection();
     g_process_lock.Unlock();
     Perform(direction);
     g_process_lock.Lock();

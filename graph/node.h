@@ -93,6 +93,11 @@ class Node {
     /// Runs the node on the calling worker, the way that it was queued, and lets go of what waited for it.
     /// Frees the lock meanwhile.
     void RunLocked(Executor& executor) REQUIRES(g_process_lock);
+    /// Counts a node that was taken from the queue as done, without its work, and lets go of what waited for
+    /// it.
+    void FinishLocked(Executor& executor) REQUIRES(g_process_lock) {
+        FinishLocked(executor, QueuedDirection());
+    }
 
     /// Counts the node as done, without running it.
     void MarkDone();
@@ -108,6 +113,8 @@ class Node {
     [[nodiscard]] std::int32_t HeightLocked() REQUIRES(g_process_lock);
     void Schedule(Executor& executor, const Direction& direction);
     void Wait(const Direction& direction);
+    /// The way that a queued node goes.
+    [[nodiscard]] const Direction& QueuedDirection() const;
     void Perform(const Direction& direction);
     void FinishLocked(Executor& executor, const Direction& direction) REQUIRES(g_process_lock);
 

@@ -75,7 +75,7 @@ function(bootweave_program name)
   install(TARGETS ${name} RUNTIME DESTINATION ${ARG_DESTINATION})
 endfunction()
 
-# bootweave_room_tests(NAME SOURCES file... [PLATFORM linux|fake] [USES library...] [WRAP symbol...])
+# bootweave_room_tests(NAME SOURCES file... [PLATFORM host|fake] [USES library...] [WRAP symbol...])
 # One test program for the room, with every TEST known to ctest. PLATFORM chooses what stands behind
 # platform/include: the real layer, or the fake of tests/support. Each WRAPped C function is replaced by
 # __wrap_NAME, through which a test makes one call of the system fail.
@@ -89,8 +89,8 @@ function(bootweave_room_tests name)
   target_link_libraries(${target} PRIVATE bootweave_${name} ${ARG_USES} bootweave_test_support GTest::gmock)
   if(ARG_PLATFORM STREQUAL "fake")
     target_link_libraries(${target} PRIVATE bootweave_platform_fake)
-  elseif(ARG_PLATFORM STREQUAL "linux")
-    target_link_libraries(${target} PRIVATE bootweave_platform_linux)
+  elseif(ARG_PLATFORM STREQUAL "host")
+    target_link_libraries(${target} PRIVATE bootweave_platform_${BOOTWEAVE_PLATFORM})
   endif()
   foreach(symbol IN LISTS ARG_WRAP)
     target_link_options(${target} PRIVATE -Wl,--wrap=${symbol})

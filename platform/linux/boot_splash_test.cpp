@@ -12,7 +12,7 @@
 
 #include "gmock/gmock.h"
 
-#include "platform/linux/child_report.h"
+#include "tests/support/child_report.h"
 #include "tests/support/temp_dir.h"
 #include "util/unique_fd.h"
 

@@ -3,7 +3,8 @@
 """Includes go down only: analyze -> driver -> plugins -> graph | hostcli -> util -> platform/include.
 
 Reads every include of every source and fails on one that goes up or sideways, that reaches into
-platform/linux, or that knows more of the outside than its room may."""
+platform/linux or another implementation of the platform, or that knows more of the outside than its room
+may."""
 
 import re
 
@@ -18,9 +19,11 @@ _BELOW = {
     "hostcli": {"util", "platform"},
     "util": {"platform"},
     "platform": set(),
-    "platform/linux": {"util", "platform"},
     "tests": {"analyze", "driver", "plugins", "graph", "hostcli", "util", "platform"},
 }
+# The folders that implement the platform, one for each host, as a room each.
+_IMPLEMENTATION = re.compile(r"(platform/(?!include/)\w+)/")
+_BELOW_IMPLEMENTATION = {"util", "platform"}
 # Made of pieces of the real platform, where those need no host.
 _MAY_SEE_LINUX = re.compile(r"tests/support/fake_platform\.\w+")
 _TEST_LIBRARIES = ("gtest/", "gmock/")
@@ -36,16 +39,16 @@ _INCLUDE = re.compile(r"^[ \t]*#[ \t]*include[ \t]*(?:\"([^\"]*)\"|<([^>]*)>)", 
 
 def room_of_file(path):
     """The room that a file lies in, or None for a file outside all rooms."""
-    if path.startswith("platform/linux/"):
-        return "platform/linux"
+    if found := _IMPLEMENTATION.match(path):
+        return found[1]
     room = path.split("/")[0]
     return room if room in _BELOW and "/" in path else None
 
 
 def room_of_include(name):
     """The room that an include names. Headers of platform/include are included as platform/x.h."""
-    if name.startswith("platform/linux/"):
-        return "platform/linux"
+    if found := _IMPLEMENTATION.match(name):
+        return found[1]
     room = name.split("/")[0]
     return room if room in _BELOW and "/" in name else None
 
@@ -62,9 +65,10 @@ def _why_forbidden(path, name, is_test):
         return None
     if there == "tests":
         return None if is_test else "is for tests only"
-    if there == "platform/linux":
-        return None if _MAY_SEE_LINUX.fullmatch(path) else "is seen by platform/linux only"
-    return None if there in _BELOW[here] else f"goes from {here} to {there}"
+    if there.startswith("platform/"):
+        may_see = there == "platform/linux" and _MAY_SEE_LINUX.fullmatch(path)
+        return None if may_see else f"is seen by {there} only"
+    return None if there in _BELOW.get(here, _BELOW_IMPLEMENTATION) else f"goes from {here} to {there}"
 
 
 def findings_in(path, text, is_test=False):
@@ -77,8 +81,8 @@ def findings_in(path, text, is_test=False):
             reason = _why_forbidden(path, quoted, is_test)
         elif room_of_include(angled) is not None:
             reason = "needs quotes: it is the project's own"
-        elif angled == "syslog.h" and here != "platform/linux":
-            reason = "is for platform/linux only"
+        elif angled == "syslog.h" and not here.startswith("platform/"):
+            reason = "is for what implements the platform only"
         else:
             reason = None
         if reason is not None:

@@ -22,6 +22,8 @@ class IncludeDirectionTest(unittest.TestCase):
                            ("graph/a.cpp", "util/b.h"), ("util/a.cpp", "platform/log.h"),
                            ("util/a.cpp", "util/b.h"), ("platform/linux/a.cpp", "util/b.h"),
                            ("platform/linux/a.cpp", "platform/linux/b.h"),
+                           ("platform/other/a.cpp", "platform/other/b.h"),
+                           ("platform/other/a.cpp", "platform/log.h"), ("platform/other/a.cpp", "util/b.h"),
                            ("platform/include/platform/a.h", "platform/b.h")):
             self._assert_fine(path, f'#include "{name}"\n')
 
@@ -51,11 +53,14 @@ class IncludeDirectionTest(unittest.TestCase):
         for path in ("driver/a.cpp", "util/a.cpp", "tests/support/temp_dir.cpp", "tests/system/a.cpp"):
             self._assert_finding(path, '#include "platform/linux/b.h"',
                                  "platform/linux/b.h is seen by platform/linux only", is_test=True)
+        self._assert_finding("platform/other/a.cpp", '#include "platform/linux/b.h"',
+                             "platform/linux/b.h is seen by platform/linux only")
         self._assert_fine("tests/support/fake_platform.cpp", '#include "platform/linux/b.h"', is_test=True)
 
     def test_only_the_platform_includes_syslog(self):
         self._assert_fine("platform/linux/log.cpp", "#include <syslog.h>\n")
-        self._assert_finding("util/a.cpp", "#include <syslog.h>\n", "syslog.h is for platform/linux only")
+        self._assert_finding("util/a.cpp", "#include <syslog.h>\n",
+                             "syslog.h is for what implements the platform only")
 
     def test_a_name_that_hides_the_room_is_found(self):
         self._assert_finding("graph/a.cpp", '#include "node.h"', "node.h names no room")

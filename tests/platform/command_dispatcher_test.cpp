@@ -13,7 +13,7 @@
 #include "gmock/gmock.h"
 
 #include "platform/cmdgen.h"
-#include "platform/linux/child_report.h"
+#include "tests/support/child_report.h"
 #include "tests/support/temp_dir.h"
 #include "util/scope_guard.h"
 #include "util/signals.h"

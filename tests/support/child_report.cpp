@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "platform/linux/child_report.h"
+#include "tests/support/child_report.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -94,7 +94,8 @@ class PluginsPageTest(SystemTest):
 
     def test_each_kind_is_written_checked_tried_and_debugged(self):
         kinds = re.split(r"^## (An? .*)$", _BLOCK.sub("", _page()), flags=re.MULTILINE)
-        self.assertEqual(["A JSON plugin", "A native plugin", "A debug injection", "An init script"], kinds[1::2])
+        self.assertEqual(["A JSON plugin", "A native plugin", "A debug injection", "An init script"],
+                         kinds[1::2])
         for text in kinds[2::2]:
             steps = re.findall(r"^### (.*)$", text, re.MULTILINE)
             self.assertEqual(["Write", "Check", "Try", "Debug"], steps[:4])

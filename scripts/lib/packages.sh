@@ -33,7 +33,7 @@ PACKAGES_PACKAGE_TEST=(lintian)
 PACKAGES_FUZZ=(clang-14 libclang-rt-14-dev)
 
 # To measure: the libraries of the benchmarks, and programs to compare with.
-PACKAGES_BENCH=(libbenchmark-dev libtbb-dev make ninja-build)
+PACKAGES_BENCH=(libbenchmark-dev libtbb-dev make ninja-build startpar)
 
 # To draw the pictures of the documents, and to look at pictures in tests.
 PACKAGES_PICTURES=(chromium graphviz)

@@ -21,9 +21,8 @@ int main(int argc, char** argv) {
     if (strncmp(number, "--n=", 4) == 0) {
         number += 4;
     } else if (strcmp(argv[argc - 1], "start") == 0) {
-        const char* name = strrchr(argv[0], '/');
+        const char* name = strrchr(argv[0], 'u');  // also of a link "S01u7" to it
         number = name == NULL ? argv[0] : name + 1;
-        number += strspn(number, "u");
     }
     return Note('b', number) | Note('e', number);
 }

@@ -17,7 +17,8 @@ import charts
 _ROOT = os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", "..")
 _HOST = os.path.join(_ROOT, "scripts/lib/throwaway-host")
 _TOOLS = "/opt/bench"
-_PEERS = ("make", "ninja")
+_PEERS = ("make", "ninja", "startpar")
+_SCRIPT_PEERS = ("startpar",)  # run init scripts and nothing else
 
 # The most that a path may cost, relative to its floor: wall, CPU.
 _BOUNDS = {"json": (1.15, 1.20), "debug": (1.15, 1.15), "native": (1.15, 1.20), "daemon": (1.15, 1.20)}
@@ -91,28 +92,33 @@ class Bench:
                         "1 is a loop that spawns and waits; the line is the bound", self._contenders, chart)
 
     def _orchestrate(self, found, path, mode, shape, units):
-        cells, cpus = [], []
+        cells, cpus = {peer: ["", ""] for peer in self._contenders}, dict.fromkeys(self._contenders)
         for result in self._on_host(kind="orchestration", path=path, shape=shape, units=units, mode=mode,
                                     pairs=self._pairs, contenders=self._contenders):
             found.append({"path": path, "mode": mode, "shape": shape, "units": units, **result})
+            contender = result["contender"]
+            if "failure" in result:
+                cells[contender][0] = result["failure"]
+                continue
             walls = [pair[0] / pair[2] for pair in result["pairs"]]
-            cpus.append(statistics.median(pair[1] / pair[3] for pair in result["pairs"]))
-            cells.append(f"{statistics.median(walls):.2f}")
-            if result["contender"] == "bootweave":
-                cells.append(f"{min(walls):.2f} to {max(walls):.2f}")
-            cells.append(f"{cpus[-1]:.2f}")
-        return [mode, shape, units, *cells], (f"{mode}, {shape}, {units}", cpus, _BOUNDS[path][1])
+            cpus[contender] = statistics.median(pair[1] / pair[3] for pair in result["pairs"])
+            cells[contender] = [f"{statistics.median(walls):.2f}", f"{cpus[contender]:.2f}"]
+            if contender == "bootweave":
+                cells[contender].insert(1, f"{min(walls):.2f} to {max(walls):.2f}")
+        return ([mode, shape, units, *(cell for peer in self._contenders for cell in cells[peer])],
+                (f"{mode}, {shape}, {units}", list(cpus.values()), _BOUNDS[path][1]))
 
     def schedule(self):
         """How near the best possible schedule sleeping units come."""
         found, rows, chart = [], [], []
         self.results["schedule"] = found
+        contenders = [each for each in self._contenders if each not in _SCRIPT_PEERS]
         titles = {"layers": "1,000 units in layers, 16 workers",
                   "skewed": "75 units, then a chain of 25; 4 jobs"}
         for shape, title in titles.items():
             values = []
             for result in self._on_host(kind="schedule", shape=shape, pairs=self._pairs,
-                                        contenders=self._contenders):
+                                        contenders=contenders):
                 found.append({"shape": shape, **result})
                 ratios = [pair[0] / (result["bound"] + pair[2]) for pair in result["pairs"]]
                 values.append(statistics.median(ratios))
@@ -125,7 +131,7 @@ class Bench:
                     ["graph", "by", "bound, s", "wall, s", "wall / (bound + floor)", "its spread"], rows)
         self._chart("schedule", "Schedules: wall time relative to the bound",
                     "bound: the longest chain or work / jobs, plus what the programs cost",
-                    self._contenders, chart)
+                    contenders, chart)
 
     def scheduler(self):
         """Nodes that do nothing, beside oneTBB's flow graph."""

@@ -22,6 +22,7 @@
 #include "analyze/report_json.h"
 #include "analyze/report_svg.h"
 #include "analyze/run_graph.h"
+#include "analyze/simulation.h"
 #include "analyze/verify.h"
 #include "analyze/verify_text.h"
 #include "util/error_text.h"
@@ -144,6 +145,15 @@ void WriteDependencies(const Request& request) {
                          : WriteGraphDot(request.out, run, graph, chain, part);
 }
 
+void WriteSimulation(const Request& request) {
+    const ChosenRun run = ReadRun(request, request.options.profile);
+    const RunGraph graph = ReadGraph(request, run.block);
+    const Simulation simulation = Simulate(run.block, graph, request.options.what_if);
+    request.diagnostics.Warn(simulation.warnings);
+    request.options.json ? WriteSimulationJson(request.out, run, simulation)
+                         : WriteSimulationText(request.out, run, simulation, request.style);
+}
+
 void WriteHelp(const Request& request) {
     request.out << kAnalyzeHelpText;
 }
@@ -166,6 +176,8 @@ Report ReportOf(AnalyzeCommand command) {
             return WritePlot;
         case AnalyzeCommand::kDot:
             return WriteDependencies;
+        case AnalyzeCommand::kSimulate:
+            return WriteSimulation;
         default:
             return WriteHelp;
     }

@@ -133,6 +133,19 @@ TEST_F(AnalyzeTest, TheGraphIsDrawnAlsoWhenNothingRan) {
         Run(kBoot, {"dot", "--json", "--plugin-directory", dir_.path()}).out.ends_with("\"barriers\":[]}\n"));
 }
 
+TEST_F(AnalyzeTest, ARunIsImaginedWithOtherSettings) {
+    const Outcome outcome =
+        Run(kBoot, {"simulate", "--plugin-directory", dir_.path(), "--threads=3", "--time=storage=2250"});
+    EXPECT_EQ(0, outcome.status);
+    EXPECT_EQ(
+        "Recorded\t2.500s\nSimulated\t3.500s with 3 threads\nChange\t+1.000s\nBound for 3 threads\t3.500s\n"
+        "Bound for any number\t3.500s\n",
+        outcome.out);
+    EXPECT_TRUE(
+        Run(kBoot, {"simulate", "--json", "--plugin-directory", dir_.path()})
+            .out.ends_with("\"plugins\":[{\"name\":\"storage\",\"at_us\":0,\"taken_us\":1250000}]}\n"));
+}
+
 TEST_F(AnalyzeTest, APictureGoesToStandardOutputOrIntoAFile) {
     const std::string file = dir_.File("a.svg");
     const Outcome output = Run(kBoot, {"plot", "--plugin-directory", dir_.path()});

@@ -4,6 +4,9 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <chrono>
+#include <cstdint>
+#include <optional>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -23,6 +26,9 @@ enum Option : int {
     kJson,
     kStrict,
     kAround,
+    kThreads,
+    kWithout,
+    kTime,
 };
 
 constexpr std::array kLongOptions{
@@ -33,11 +39,14 @@ constexpr std::array kLongOptions{
     option{"output", required_argument, nullptr, kOutput},
     option{"json", no_argument, nullptr, kJson},
     option{"around", required_argument, nullptr, kAround},
+    option{"threads", required_argument, nullptr, kThreads},
+    option{"without", required_argument, nullptr, kWithout},
+    option{"time", required_argument, nullptr, kTime},
     option{"strict", no_argument, nullptr, kStrict},
     option{nullptr, 0, nullptr, 0},
 };
 
-constexpr std::array<std::pair<std::string_view, AnalyzeCommand>, 8> kCommands{
+constexpr std::array<std::pair<std::string_view, AnalyzeCommand>, 9> kCommands{
     {{"time", AnalyzeCommand::kTime},
      {"blame", AnalyzeCommand::kBlame},
      {"critical-chain", AnalyzeCommand::kCriticalChain},
@@ -45,11 +54,25 @@ constexpr std::array<std::pair<std::string_view, AnalyzeCommand>, 8> kCommands{
      {"diff", AnalyzeCommand::kDiff},
      {"verify", AnalyzeCommand::kVerify},
      {"plot", AnalyzeCommand::kPlot},
-     {"dot", AnalyzeCommand::kDot}}};
+     {"dot", AnalyzeCommand::kDot},
+     {"simulate", AnalyzeCommand::kSimulate}}};
 
 /// Options that make sense for one command only.
-constexpr std::array<std::pair<Option, AnalyzeCommand>, 3> kOnlyFor{
-    {{kOutput, AnalyzeCommand::kPlot}, {kStrict, AnalyzeCommand::kVerify}, {kAround, AnalyzeCommand::kDot}}};
+constexpr std::array<std::pair<Option, AnalyzeCommand>, 6> kOnlyFor{{{kOutput, AnalyzeCommand::kPlot},
+                                                                     {kStrict, AnalyzeCommand::kVerify},
+                                                                     {kAround, AnalyzeCommand::kDot},
+                                                                     {kThreads, AnalyzeCommand::kSimulate},
+                                                                     {kWithout, AnalyzeCommand::kSimulate},
+                                                                     {kTime, AnalyzeCommand::kSimulate}}};
+
+/// A number that is the whole text.
+template <typename Number>
+std::optional<Number> ParseNumber(std::string_view text) {
+    Number number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    const bool whole = error == std::errc() && end == text.data() + text.size();
+    return whole ? std::optional(number) : std::nullopt;
+}
 
 BlockChoice ParseBlock(std::string_view text) {
     using Which = BlockChoice::Which;
@@ -59,13 +82,37 @@ BlockChoice ParseBlock(std::string_view text) {
     if (text == "last") {
         return {.which = Which::kLast};
     }
-    std::size_t number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc() || end != text.data() + text.size() || number == 0) {
+    const auto number = ParseNumber<std::size_t>(text);
+    if (!number.has_value() || *number == 0) {
         throw UsageException("--boot takes 'boot', 'last' or a number from 1, not '" + std::string(text) +
                              "'; see --help");
     }
-    return {.which = Which::kNumber, .number = number};
+    return {.which = Which::kNumber, .number = *number};
+}
+
+std::size_t ParseThreads(std::string_view text) {
+    constexpr std::size_t kMost = 1'000'000;
+    const auto number = ParseNumber<std::size_t>(text);
+    if (!number.has_value() || *number < 1 || *number > kMost) {
+        throw UsageException("--threads takes a number from 1 to 1000000, not '" + std::string(text) +
+                             "'; see --help");
+    }
+    return *number;
+}
+
+/// "PLUGIN=MS". A plugin's name may hold the character as well.
+std::pair<std::string, Duration> ParseTime(std::string_view text) {
+    constexpr std::int64_t kMost = 1'000'000'000;  // eleven days
+    const std::size_t equals = text.rfind('=');
+    std::optional<std::int64_t> time;
+    if (equals != std::string_view::npos && equals > 0) {
+        time = ParseNumber<std::int64_t>(text.substr(equals + 1));
+    }
+    if (!time.has_value() || *time < 0 || *time > kMost) {
+        throw UsageException("--time takes PLUGIN=MS, such as storage=250, not '" + std::string(text) +
+                             "'; see --help");
+    }
+    return {std::string(text.substr(0, equals)), std::chrono::milliseconds(*time)};
 }
 
 AnalyzeCommand ParseCommand(std::string_view word) {
@@ -130,6 +177,15 @@ void Apply(int parsed, char** argv, AnalyzeOptions& options) {
             break;
         case kAround:
             options.around = ::optarg;
+            break;
+        case kThreads:
+            options.what_if.threads = ParseThreads(::optarg);
+            break;
+        case kWithout:
+            options.what_if.without.emplace_back(::optarg);
+            break;
+        case kTime:
+            options.what_if.times.push_back(ParseTime(::optarg));
             break;
         case kJson:
             options.json = true;

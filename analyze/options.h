@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "analyze/simulation.h"
 #include "driver/options.h"
 #include "driver/profiling_log.h"
 #include "util/exception.h"
@@ -29,6 +30,7 @@ enum class AnalyzeCommand {
     kVerify,
     kPlot,
     kDot,
+    kSimulate,
 };
 
 /// Which block of the log a report is about.
@@ -54,6 +56,7 @@ struct AnalyzeOptions {
     bool strict = false;                  ///< for verify: warnings count as errors
     std::optional<std::string> output{};  ///< where plot puts its picture; nothing is standard output
     std::optional<std::string> around{};  ///< the plugin whose neighbourhood dot shows; nothing is all
+    WhatIf what_if{};                     ///< for simulate
     bool json = false;
 };
 

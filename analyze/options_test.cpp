@@ -106,6 +106,33 @@ TEST(AnalyzeOptionsTest, AGraphMayBeThatAroundOnePlugin) {
     EXPECT_EQ("option '--around' is for dot; see --help", ErrorOf({"plot", "--around", "storage"}));
 }
 
+TEST(AnalyzeOptionsTest, AnImaginedRunMayHaveOtherThreadsPluginsAndTimes) {
+    EXPECT_EQ(AnalyzeCommand::kSimulate, Parse({"simulate"}).command);
+    EXPECT_EQ(std::nullopt, Parse({"simulate"}).what_if.threads);
+    const WhatIf what_if =
+        Parse({"simulate", "--threads", "8", "--without=a", "--without", "b", "--time=c=250", "--time=d=e=0"})
+            .what_if;
+    EXPECT_EQ(8U, what_if.threads);
+    EXPECT_EQ((std::vector<std::string>{"a", "b"}), what_if.without);
+    ASSERT_EQ(2U, what_if.times.size());
+    EXPECT_EQ(std::pair(std::string("c"), Duration(250'000)), what_if.times[0]);
+    EXPECT_EQ(std::pair(std::string("d=e"), Duration(0)), what_if.times[1]);
+}
+
+TEST(AnalyzeOptionsTest, WhatCannotBeImaginedIsRefused) {
+    for (const std::string text : {"0", "-1", "x", "", "1000001", "4x"}) {
+        EXPECT_EQ("--threads takes a number from 1 to 1000000, not '" + text + "'; see --help",
+                  ErrorOf({"simulate", "--threads=" + text}));
+    }
+    for (const std::string text : {"a", "a=", "=5", "a=-1", "a=1.5", "a=5ms", "a=1000000001"}) {
+        EXPECT_EQ("--time takes PLUGIN=MS, such as storage=250, not '" + text + "'; see --help",
+                  ErrorOf({"simulate", "--time=" + text}));
+    }
+    EXPECT_EQ("option '--threads' is for simulate; see --help", ErrorOf({"time", "--threads=2"}));
+    EXPECT_EQ("option '--without' is for simulate; see --help", ErrorOf({"--without=a"}));
+    EXPECT_EQ("option '--time' is for simulate; see --help", ErrorOf({"plot", "--time=a=1"}));
+}
+
 TEST(AnalyzeOptionsTest, AnOptionOfAnotherCommandIsRefused) {
     EXPECT_EQ("option '--output' is for plot; see --help", ErrorOf({"-o", "a.svg"}));
     EXPECT_EQ("option '--output' is for plot; see --help", ErrorOf({"blame", "--output=a.svg"}));

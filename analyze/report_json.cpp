@@ -189,6 +189,27 @@ void WriteGraphJson(std::ostream& out, const ChosenRun& run, const RunGraph& gra
     out << json::serialize(report) << "\n";
 }
 
+void WriteSimulationJson(std::ostream& out, const ChosenRun& run, const Simulation& simulation) {
+    json::array plugins;
+    for (const SimulatedPlugin& plugin : simulation.plugins) {
+        plugins.push_back(json::object{{"name", Utf8(run.block.plugins[plugin.plugin].name)},
+                                       {"at_us", plugin.at.count()},
+                                       {"taken_us", plugin.taken.count()}});
+    }
+    json::object report = ReportOn(run);
+    report["threads"] = simulation.threads;
+    report["recorded_us"] = simulation.recorded.count();
+    report["simulated_us"] = simulation.simulated.count();
+    report["change_us"] = (simulation.simulated - simulation.recorded).count();
+    report["bound_us"] = simulation.bound().count();
+    report["bound_any_us"] = simulation.bound_of_any().count();
+    report["longest_chain_us"] = simulation.longest_chain.count();
+    report["work_us"] = simulation.work.count();
+    report["outside_us"] = simulation.outside.count();
+    report["plugins"] = std::move(plugins);
+    out << json::serialize(report) << "\n";
+}
+
 void WriteDiffJson(std::ostream& out, const ChosenRun& before, const ChosenRun& after) {
     const TimeSummary old_summary = Summarize(before.block);
     const TimeSummary new_summary = Summarize(after.block);

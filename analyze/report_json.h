@@ -7,6 +7,7 @@
 
 #include "analyze/neighbourhood.h"
 #include "analyze/report_text.h"
+#include "analyze/simulation.h"
 #include "analyze/verify.h"
 
 /// \file
@@ -29,6 +30,11 @@
 /// names
 ///         of barriers) in the order of the log, barriers (name, critical, providers, requirers: names of
 ///         plugins)
+/// simulate: profile, block, blocks, kind, threads, recorded_us, simulated_us, change_us, bound_us (for these
+/// threads),
+///         bound_any_us (for any number), longest_chain_us and work_us (of plugins alone), outside_us (the
+///         part of the other times that is no plugin's), plugins (name, at_us from the first one's start,
+///         taken_us) in the order of their start
 /// diff:   old, new (each with profile, block, blocks, kind, total_us, plugins_us), total_change_us,
 ///         plugins_change_us, plugins (name, old_us, new_us, change_us), greatest change first
 /// verify: plugins, errors, warnings,
@@ -52,6 +58,9 @@ void WriteChainJson(std::ostream& out, const ChosenRun& run, const RunGraph& gra
 /// Writes the graph of a run, or a part of it. `chain` is empty when no plugin ran.
 void WriteGraphJson(std::ostream& out, const ChosenRun& run, const RunGraph& graph,
                     const std::vector<ChainLink>& chain, const GraphPart& part);
+
+/// Writes what an imagined run takes.
+void WriteSimulationJson(std::ostream& out, const ChosenRun& run, const Simulation& simulation);
 
 /// Writes what changed from one run to another.
 void WriteDiffJson(std::ostream& out, const ChosenRun& before, const ChosenRun& after);

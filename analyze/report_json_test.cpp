@@ -111,6 +111,24 @@ TEST(ReportJsonTest, AGraphHasThePluginsAndBarriersOfItsPart) {
         out.str());
 }
 
+TEST(ReportJsonTest, AnImaginedRunHasItsTimesAndThoseOfEachPlugin) {
+    Simulation simulation;
+    simulation.threads = 2;
+    simulation.recorded = Duration(100);
+    simulation.simulated = Duration(90);
+    simulation.outside = Duration(10);
+    simulation.work = Duration(130);
+    simulation.longest_chain = Duration(60);
+    simulation.plugins = {{0, Duration(5), Duration(70)}};
+    std::ostringstream out;
+    WriteSimulationJson(out, RunOf(kBoot), simulation);
+    EXPECT_EQ(R"({"profile":"/log","block":1,"blocks":1,"kind":"boot","threads":2,"recorded_us":100,)"
+              R"("simulated_us":90,"change_us":-10,"bound_us":75,"bound_any_us":70,"longest_chain_us":60,)"
+              R"("work_us":130,"outside_us":10,"plugins":[{"name":"\"net\"","at_us":5,"taken_us":70}]})"
+              "\n",
+              out.str());
+}
+
 TEST(ReportJsonTest, ADifferenceHasBothSidesAndEachPlugin) {
     ChosenRun after = RunOf(kBoot);
     after.block.plugins[0].end += Duration(5);

@@ -137,6 +137,20 @@ void WriteChainText(std::ostream& out, const ChosenRun& run, const RunGraph& gra
     table.Write(out, style);
 }
 
+void WriteSimulationText(std::ostream& out, const ChosenRun& run, const Simulation& simulation,
+                         const TextStyle& style) {
+    const std::string threads =
+        std::to_string(simulation.threads) + (simulation.threads == 1 ? " thread" : " threads");
+    WriteTitle(out, run, style);
+    WriteRows(out,
+              {{"Recorded", FormatDuration(simulation.recorded)},
+               {"Simulated", FormatDuration(simulation.simulated) + " with " + threads},
+               {"Change", FormatChange(simulation.simulated - simulation.recorded)},
+               {"Bound for " + threads, FormatDuration(simulation.bound())},
+               {"Bound for any number", FormatDuration(simulation.bound_of_any())}},
+              style);
+}
+
 void WriteDiffText(std::ostream& out, const ChosenRun& before, const ChosenRun& after,
                    const TextStyle& style) {
     if (style.aligned) {

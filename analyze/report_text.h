@@ -9,6 +9,7 @@
 #include "analyze/comparison.h"
 #include "analyze/critical_chain.h"
 #include "analyze/run_graph.h"
+#include "analyze/simulation.h"
 #include "analyze/table.h"
 
 /// \file
@@ -30,6 +31,10 @@ void WriteBlameText(std::ostream& out, const ChosenRun& run, const TextStyle& st
 /// barrier at which it waited for the next one, or "-".
 void WriteChainText(std::ostream& out, const ChosenRun& run, const RunGraph& graph,
                     const std::vector<ChainLink>& chain, const TextStyle& style);
+
+/// Writes what an imagined run takes, and what bounds it.
+void WriteSimulationText(std::ostream& out, const ChosenRun& run, const Simulation& simulation,
+                         const TextStyle& style);
 
 /// Writes what changed from one run to another: time taken in the old one, in the new one, the difference,
 /// name;

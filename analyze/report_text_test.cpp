@@ -159,6 +159,34 @@ std::string DiffOf(const TextStyle& style) {
     return out.str();
 }
 
+TEST(ReportTextTest, AnImaginedRunHasItsTimeAndWhatBoundsIt) {
+    Simulation simulation;
+    simulation.threads = 2;
+    simulation.recorded = Duration(1'000'000);
+    simulation.simulated = Duration(750'000);
+    simulation.outside = Duration(100'000);
+    simulation.work = Duration(900'000);
+    simulation.longest_chain = Duration(400'000);
+    std::ostringstream people;
+    WriteSimulationText(people, RunOf(kBoot), simulation, kForPeople);
+    EXPECT_EQ(
+        "Block 2 of 3 in /log: boot\n"
+        "\n"
+        "Recorded              1.000s\n"
+        "Simulated             750.000ms with 2 threads\n"
+        "Change                -250.000ms\n"
+        "Bound for 2 threads   550.000ms\n"
+        "Bound for any number  500.000ms\n",
+        people.str());
+    simulation.threads = 1;
+    std::ostringstream programs;
+    WriteSimulationText(programs, RunOf(kBoot), simulation, kForPrograms);
+    EXPECT_EQ(
+        "Recorded\t1.000s\nSimulated\t750.000ms with 1 thread\nChange\t-250.000ms\n"
+        "Bound for 1 thread\t1.000s\nBound for any number\t500.000ms\n",
+        programs.str());
+}
+
 TEST(ReportTextTest, ADifferenceHasTheTotalsAndThenEachPlugin) {
     EXPECT_EQ(
         "Old: Block 2 of 3 in /log: boot\n"

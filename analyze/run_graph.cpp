@@ -231,11 +231,15 @@ std::vector<Needs> ReadDaemons(const ProfileBlock& block, const GraphSources& so
 /// The indices of the barriers with these names, without the same one twice.
 std::vector<std::size_t> IndicesOf(const std::vector<std::string>& names,
                                    const std::map<std::string, std::size_t>& known) {
-    std::set<std::size_t> indices;
+    std::vector<std::size_t> indices;
+    std::set<std::size_t> met;
     for (const std::string& name : names) {
-        indices.insert(known.at(name));
+        const std::size_t index = known.at(name);
+        if (met.insert(index).second) {
+            indices.push_back(index);
+        }
     }
-    return {indices.begin(), indices.end()};
+    return indices;
 }
 
 void Connect(const std::vector<Needs>& all, RunGraph& graph) {

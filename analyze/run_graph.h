@@ -39,7 +39,7 @@ enum class PluginKind {
 /// One plugin's place in the graph.
 struct RunPlugin {
     PluginKind kind = PluginKind::kUnknown;
-    std::vector<std::size_t> required;  ///< indices of barriers, ascending
+    std::vector<std::size_t> required;  ///< indices of barriers, in the order of its file
     std::vector<std::size_t> provided;  ///< the same
 };
 

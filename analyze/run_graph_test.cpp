@@ -142,7 +142,7 @@ TEST_F(RunGraphTest, APluginThatDidNotRunHasItsPlaceAndWarnsOfNothing) {
 }
 
 TEST_F(RunGraphTest, BarriersHaveTheirNamesAndWhoMeetsThere) {
-    Write("a.json", "", R"("x","n\u001bet")");
+    Write("a.json", "", R"("x","n\u001bet","x")");
     Write("b.json", R"("x","x")", R"("x")");
     Ran({"b", "a"});
     const RunGraph graph = Read();
@@ -154,7 +154,7 @@ TEST_F(RunGraphTest, BarriersHaveTheirNamesAndWhoMeetsThere) {
     EXPECT_THAT(graph.barriers[1].providers, ElementsAre(0, 1));
     EXPECT_THAT(graph.barriers[1].requirers, ElementsAre(0));
     EXPECT_THAT(graph.plugins[0].required, ElementsAre(1));
-    EXPECT_THAT(graph.plugins[1].provided, ElementsAre(0, 1));
+    EXPECT_THAT(graph.plugins[1].provided, ElementsAre(1, 0));
 }
 
 TEST_F(RunGraphTest, EachPluginHasItsKind) {

@@ -18,10 +18,11 @@ _bootweave_options=(
 
 _bootweave_analyze_options=(
     -h --help --profile=file --boot=boot --plugin-directory=directory -o=file --output=file --json --strict
-    --around=plugin
+    --around=plugin --threads=text --without=plugin --time=text
 )
 _bootweave_analyze_commands=(
-    time=none blame=none critical-chain=plugin list=none diff=file verify=file plot=none dot=none
+    time=none blame=none critical-chain=plugin list=none diff=file verify=file
+    plot=none dot=none simulate=none
 )
 
 # _bootweave_offer WORD...: offers those that begin with what is typed. Words that a shell reads as something

@@ -1,0 +1,220 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "analyze/simulation.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <memory>
+#include <set>
+#include <unordered_map>
+
+#include "driver/worker_count.h"
+#include "graph/barrier.h"
+#include "graph/node.h"
+#include "graph/virtual_run.h"
+#include "util/exception.h"
+
+namespace bootweave {
+namespace {
+
+constexpr std::uint32_t kOrderKey = 1;  // of all plugins but daemons
+constexpr std::uint32_t kDaemonOrderKey = 3;
+
+/// What each plugin takes; empty for one that does not run.
+using Times = std::vector<std::optional<Duration>>;
+
+/// A plugin that nobody ever runs.
+class ImaginedNode : public Node {
+  public:
+    using Node::Node;
+    void Execute() override {}
+    [[nodiscard]] std::string GetDotAttributes() const override { return {}; }
+};
+
+/// The indices of the plugins of that name.
+std::vector<std::size_t> Find(const ProfileBlock& block, const std::string& name) {
+    std::vector<std::size_t> found;
+    for (std::size_t index = 0; index < block.plugins.size(); ++index) {
+        if (block.plugins[index].name == name) {
+            found.push_back(index);
+        }
+    }
+    if (found.empty()) {
+        throw Exception("the profile has no plugin " + name);
+    }
+    return found;
+}
+
+Times TimesOf(const ProfileBlock& block, const WhatIf& what_if) {
+    Times times;
+    for (const PluginTimes& plugin : block.plugins) {
+        times.push_back(plugin.ran() ? std::optional(plugin.taken()) : std::nullopt);
+    }
+    std::set<std::string> given;
+    for (const auto& [name, time] : what_if.times) {
+        given.insert(name);
+        for (const std::size_t index : Find(block, name)) {
+            times[index] = time;
+        }
+    }
+    for (const std::string& name : what_if.without) {
+        if (given.count(name) > 0) {
+            throw Exception(name + " is left out, and has a time");
+        }
+        for (const std::size_t index : Find(block, name)) {
+            times[index].reset();
+        }
+    }
+    return times;
+}
+
+/// The nodes of one imagined run.
+class ImaginedRun {
+  public:
+    ImaginedRun(const ProfileBlock& block, const RunGraph& graph, const Times& times) : times_(times) {
+        const std::uint32_t key = block.kind == RunKind::kDaemon ? kDaemonOrderKey : kOrderKey;
+        for (const RunBarrier& barrier : graph.barriers) {
+            barriers_.push_back(std::make_unique<InitBarrier>(barrier.name));
+        }
+        for (std::size_t index = 0; index < graph.plugins.size(); ++index) {
+            // As a boot links them: first what is required, then what is provided.
+            nodes_.push_back(std::make_unique<ImaginedNode>(block.plugins[index].name, key));
+            Node& node = *nodes_.back();
+            all_.push_back(&node);
+            index_of_.emplace(&node, index);
+            for (const std::size_t barrier : graph.plugins[index].required) {
+                node.AddDependency(*barriers_[barrier]);
+            }
+            for (const std::size_t barrier : graph.plugins[index].provided) {
+                node.AddDependent(*barriers_[barrier]);
+            }
+            if (!times[index].has_value()) {
+                node.MarkDone();
+            }
+        }
+    }
+
+    /// The plugins in the order in which they were taken.
+    std::vector<SimulatedPlugin> Run(std::size_t threads, bool randomize) {
+        const VirtualOutcome outcome =
+            RunInVirtualTime(all_, threads, randomize, [this](const Node& node) { return TimeOf(node); });
+        if (!outcome.circle.empty()) {
+            throw Exception("plugins wait for each other: " + outcome.circle);
+        }
+        std::vector<SimulatedPlugin> plugins;
+        for (const VirtualSpan& span : outcome.spans) {
+            if (const auto found = index_of_.find(span.node); found != index_of_.end()) {
+                plugins.push_back({found->second, span.start, span.end - span.start});
+            }
+        }
+        return plugins;
+    }
+
+  private:
+    [[nodiscard]] Duration TimeOf(const Node& node) const {
+        const auto found = index_of_.find(&node);
+        return found != index_of_.end() ? times_[found->second].value_or(Duration(0)) : Duration(0);
+    }
+
+    const Times& times_;
+    std::vector<std::unique_ptr<InitBarrier>> barriers_;
+    std::vector<std::unique_ptr<ImaginedNode>> nodes_;
+    std::vector<Node*> all_;
+    std::unordered_map<const Node*, std::size_t> index_of_;
+};
+
+Duration EndOf(const std::vector<SimulatedPlugin>& plugins) {
+    Duration end{0};
+    for (const SimulatedPlugin& plugin : plugins) {
+        end = std::max(end, plugin.at + plugin.taken);
+    }
+    return end;
+}
+
+/// What the recorded run took, and what of it lies in front of the first plugin and behind the last.
+void Measure(const ProfileBlock& block, Simulation& simulation) {
+    Instant first = Instant::max();
+    Instant last = Instant::min();
+    for (const PluginTimes& plugin : block.plugins) {
+        if (plugin.ran()) {
+            first = std::min(first, plugin.start);
+            last = std::max(last, plugin.start + plugin.taken());
+        }
+    }
+    const Duration plugins = first < last ? last - first : Duration(0);
+    const bool any = first <= last;
+    if (any && block.start.has_value()) {
+        simulation.outside += std::max(first - *block.start, Duration(0));
+    }
+    if (any && block.end.has_value()) {
+        simulation.outside += std::max(*block.end - last, Duration(0));
+    }
+    simulation.recorded = plugins + simulation.outside;
+}
+
+/// Barriers that have lost the last of the providers that the run had.
+std::vector<std::string> Orphans(const ProfileBlock& block, const RunGraph& graph, const Times& times) {
+    std::vector<std::string> warnings;
+    for (const RunBarrier& barrier : graph.barriers) {
+        const auto count = [&](const auto& runs) {
+            return std::count_if(barrier.providers.begin(), barrier.providers.end(), runs);
+        };
+        const bool had = count([&](std::size_t index) { return block.plugins[index].ran(); }) > 0;
+        const bool has = count([&](std::size_t index) { return times[index].has_value(); }) > 0;
+        if (had && !has && !barrier.requirers.empty()) {
+            warnings.push_back("nobody provides " + barrier.name + " then: what requires it does not wait");
+        }
+    }
+    return warnings;
+}
+
+}  // namespace
+
+Duration Simulation::bound() const {
+    const auto count = static_cast<Duration::rep>(threads);
+    const Duration shared((work.count() + count - 1) / count);
+    return outside + std::max(longest_chain, shared);
+}
+
+std::size_t RecordedThreads(const ProfileBlock& block) {
+    if (!block.settings.parallel.value_or(false)) {
+        return 1;
+    }
+    std::vector<std::pair<Instant, int>> changes;
+    for (const PluginTimes& plugin : block.plugins) {
+        if (plugin.taken() > Duration(0)) {
+            changes.emplace_back(plugin.start, 1);
+            changes.emplace_back(plugin.end, -1);
+        }
+    }
+    std::sort(changes.begin(), changes.end());  // at one instant those that end come first
+    std::size_t running = 0;
+    std::size_t most = ParallelWorkers(block.plugins.size());
+    for (const auto& [instant, change] : changes) {
+        running = change > 0 ? running + 1 : running - 1;
+        most = std::max(most, running);
+    }
+    return std::max<std::size_t>(most, 1);
+}
+
+Simulation Simulate(const ProfileBlock& block, const RunGraph& graph, const WhatIf& what_if) {
+    Simulation simulation;
+    const Times times = TimesOf(block, what_if);
+    for (const std::optional<Duration>& time : times) {
+        simulation.work += time.value_or(Duration(0));
+    }
+    simulation.threads = what_if.threads.value_or(RecordedThreads(block));
+    simulation.warnings = Orphans(block, graph, times);
+    Measure(block, simulation);
+    simulation.plugins =
+        ImaginedRun(block, graph, times).Run(simulation.threads, block.settings.randomize.value_or(false));
+    if (simulation.plugins.empty()) {
+        throw Exception("no plugin would run");
+    }
+    simulation.simulated = simulation.outside + EndOf(simulation.plugins);
+    // With a worker for everything each plugin starts when the last that it waits for has ended.
+    const std::size_t enough = graph.plugins.size() + graph.barriers.size();
+    simulation.longest_chain = EndOf(ImaginedRun(block, graph, times).Run(enough, false));
+    return simulation;
+}
+
+}  // namespace bootweave

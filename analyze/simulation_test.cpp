@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "analyze/simulation.h"
+
+#include <chrono>
+
+#include "gmock/gmock.h"
+#include "graph/stall.h"
+#include "tests/support/fake_platform.h"
+#include "util/exception.h"
+
+namespace bootweave {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr Instant kBegin{std::chrono::hours(24)};
+
+/// a takes 30, then at "x" b 20 and c 50; d 40 on its own; e did not run. The run began 5 before the first
+/// plugin and ended 7 behind the last one.
+class SimulationTest : public testing::Test {
+  protected:
+    SimulationTest() {
+        FakePlatform::Reset();
+        StallWatch::Reset();
+        block_.start = kBegin;
+        block_.plugins = {
+            Ran("a", 5, 35), Ran("b", 35, 55), Ran("c", 55, 105), Ran("d", 105, 145), {"e", {}, {}}};
+        block_.end = kBegin + Duration(152);
+        graph_.plugins = {{PluginKind::kJSON, {}, {0}},
+                          {PluginKind::kJSON, {0}, {}},
+                          {PluginKind::kJSON, {0}, {}},
+                          {PluginKind::kJSON, {}, {}},
+                          {PluginKind::kJSON, {}, {}}};
+        graph_.barriers = {{"x", {0}, {1, 2}}};
+    }
+    ~SimulationTest() override { StallWatch::Reset(); }
+    SimulationTest(const SimulationTest&) = delete;
+    SimulationTest& operator=(const SimulationTest&) = delete;
+
+    static PluginTimes Ran(const char* name, int from, int to) {
+        return {name, kBegin + Duration(from), kBegin + Duration(to)};
+    }
+
+    /// Each plugin as "NAME AT+TAKEN", as they were taken.
+    std::vector<std::string> Run(const WhatIf& what_if) {
+        std::vector<std::string> plugins;
+        for (const auto& [plugin, at, taken] : Simulate(block_, graph_, what_if).plugins) {
+            plugins.push_back(block_.plugins[plugin].name + " " + std::to_string(at.count()) + "+" +
+                              std::to_string(taken.count()));
+        }
+        return plugins;
+    }
+
+    int Total(const WhatIf& what_if) {
+        return static_cast<int>(Simulate(block_, graph_, what_if).simulated.count());
+    }
+
+    std::string ErrorOf(const WhatIf& what_if) {
+        try {
+            static_cast<void>(Simulate(block_, graph_, what_if));
+        } catch (const Exception& exception) {
+            return exception.what();
+        }
+        return "";
+    }
+
+    ProfileBlock block_;
+    RunGraph graph_;
+};
+
+TEST_F(SimulationTest, WithTheSettingsOfTheRunItTakesWhatTheRunTook) {
+    const Simulation simulation = Simulate(block_, graph_, {});
+    EXPECT_EQ(1U, simulation.threads);
+    EXPECT_EQ(Duration(152), simulation.recorded);
+    EXPECT_EQ(Duration(152), simulation.simulated);
+    EXPECT_EQ(Duration(12), simulation.outside);
+    EXPECT_EQ(Duration(140), simulation.work);
+    EXPECT_THAT(simulation.warnings, IsEmpty());
+}
+
+TEST_F(SimulationTest, MoreThreadsRunMoreAtATime) {
+    EXPECT_THAT(Run({.threads = 2}), ElementsAre("a 0+30", "d 0+40", "b 30+20", "c 40+50"));
+    EXPECT_EQ(12 + 90, Total({.threads = 2}));
+    EXPECT_EQ(12 + 80, Total({.threads = 3}));
+}
+
+TEST_F(SimulationTest, NoNumberOfThreadsBeatsTheLongestChain) {
+    for (const std::size_t threads : {1U, 2U, 3U, 100U}) {
+        const Simulation simulation = Simulate(block_, graph_, {.threads = threads});
+        EXPECT_EQ(Duration(80), simulation.longest_chain);
+        EXPECT_EQ(Duration(92), simulation.bound_of_any());
+        EXPECT_LE(simulation.bound_of_any(), simulation.bound());
+        EXPECT_LE(simulation.bound(), simulation.simulated);
+    }
+}
+
+TEST_F(SimulationTest, FewThreadsAreBoundByTheWork) {
+    EXPECT_EQ(Duration(12 + 140), Simulate(block_, graph_, {.threads = 1}).bound());
+    EXPECT_EQ(Duration(12 + 80), Simulate(block_, graph_, {.threads = 2}).bound());
+    block_.plugins[3].end += Duration(41);
+    EXPECT_EQ(Duration(5 + 91), Simulate(block_, graph_, {.threads = 2}).bound());  // 181 by 2, rounded up
+}
+
+TEST_F(SimulationTest, APluginThatIsLeftOutHoldsNobodyUp) {
+    EXPECT_THAT(Run({.without = {"a"}}), ElementsAre("d 0+40", "b 40+20", "c 60+50"));
+    const Simulation simulation = Simulate(block_, graph_, {.without = {"a"}});
+    EXPECT_EQ(Duration(50), simulation.longest_chain);
+    EXPECT_THAT(simulation.warnings, ElementsAre("nobody provides x then: what requires it does not wait"));
+    EXPECT_THAT(Simulate(block_, graph_, {.without = {"b", "d"}}).warnings, IsEmpty());
+}
+
+TEST_F(SimulationTest, ATimeTakesThePlaceOfTheRecordedOne) {
+    EXPECT_EQ(152 - 25, Total({.times = {{"a", Duration(5)}}}));
+    EXPECT_EQ(152 + 9, Total({.times = {{"a", Duration(5)}, {"a", Duration(39)}}}));
+}
+
+TEST_F(SimulationTest, APluginThatDidNotRunDoesWhenItHasATime) {
+    EXPECT_EQ(152 + 10, Total({.times = {{"e", Duration(10)}}}));
+}
+
+TEST_F(SimulationTest, ANameStandsForAllPluginsThatHaveIt) {
+    block_.plugins[3].name = "a";
+    EXPECT_EQ(152 - 70, Total({.without = {"a"}}));
+}
+
+TEST_F(SimulationTest, ARunWithoutAStartAndAnEndIsThatOfItsPlugins) {
+    block_.start.reset();
+    block_.end.reset();
+    const Simulation simulation = Simulate(block_, graph_, {});
+    EXPECT_EQ(Duration(140), simulation.recorded);
+    EXPECT_EQ(Duration(140), simulation.simulated);
+}
+
+TEST_F(SimulationTest, WhatCannotBeImaginedIsAnError) {
+    EXPECT_EQ("the profile has no plugin f", ErrorOf({.without = {"f"}}));
+    EXPECT_EQ("the profile has no plugin f", ErrorOf({.times = {{"f", Duration(1)}}}));
+    EXPECT_EQ("a is left out, and has a time", ErrorOf({.without = {"a"}, .times = {{"a", Duration(1)}}}));
+    EXPECT_EQ("no plugin would run", ErrorOf({.without = {"a", "b", "c", "d"}}));
+}
+
+TEST_F(SimulationTest, FilesThatWereMadeToWaitForEachOtherAreAnError) {
+    graph_.plugins[0].required = {1};
+    graph_.plugins[2].provided = {1};
+    graph_.barriers.push_back({"y", {2}, {0}});
+    EXPECT_EQ("plugins wait for each other: a -> c -> a", ErrorOf({}));
+}
+
+TEST_F(SimulationTest, TheThreadsOfAParallelRunAreThoseOfThisHostOrMore) {
+    FakePlatform::SetProcessorCount(2);
+    EXPECT_EQ(1U, RecordedThreads(block_));
+    block_.settings.parallel = true;
+    EXPECT_EQ(4U, RecordedThreads(block_));
+    FakePlatform::SetProcessorCount(1);
+    EXPECT_EQ(2U, RecordedThreads(block_));
+    for (PluginTimes& plugin : block_.plugins) {
+        plugin.start = kBegin;
+        plugin.end = kBegin + Duration(9);
+    }
+    EXPECT_EQ(5U, RecordedThreads(block_));
+}
+
+}  // namespace
+}  // namespace bootweave

@@ -10,7 +10,9 @@
 
 #include <sys/stat.h>
 
+#include <unistd.h>
 #include "analyze/boot_picture.h"
+
 #include "analyze/boot_profile.h"
 #include "analyze/chosen_run.h"
 #include "analyze/critical_chain.h"
@@ -34,6 +36,8 @@ namespace {
 
 constexpr int kFailed = 1;
 constexpr int kWrongUsage = 2;
+/// What native plugins print when they are loaded must not stand in a report.
+constexpr int kOutputOfObjects = STDERR_FILENO;
 
 /// Everything that one report needs.
 struct Request {
@@ -54,7 +58,8 @@ ChosenRun ReadRun(const Request& request, const std::string& path) {
 }
 
 RunGraph ReadGraph(const Request& request, const ProfileBlock& block) {
-    RunGraph graph = ReadRunGraph(block, {.directory = request.options.plugin_directory});
+    RunGraph graph = ReadRunGraph(
+        block, {.directory = request.options.plugin_directory, .native = {.output = kOutputOfObjects}});
     request.diagnostics.Warn(graph.warnings);
     return graph;
 }
@@ -96,8 +101,9 @@ void WriteDiff(const Request& request) {
 
 /// \return the exit status
 int WriteVerification(const Request& request) {
-    const VerifyReport report =
-        Verify({.paths = request.options.files, .directory = request.options.plugin_directory});
+    const VerifyReport report = Verify({.paths = request.options.files,
+                                        .directory = request.options.plugin_directory,
+                                        .native = {.output = kOutputOfObjects}});
     request.options.json ? WriteVerifyJson(request.out, report)
                          : WriteVerifyText(request.out, report, request.style);
     const bool has_errors = report.Count(Severity::kError) > 0;

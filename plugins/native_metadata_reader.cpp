@@ -94,7 +94,7 @@ void NativeMetadataReader::Start(const std::string& path) {
     options.argv = {options_.program};
     options.inherit_environment = true;
     options.descriptors = {{no_input.get(), STDIN_FILENO},
-                           {STDOUT_FILENO, STDOUT_FILENO},
+                           {options_.output, STDOUT_FILENO},
                            {STDERR_FILENO, STDERR_FILENO},
                            {its_end.get(), kMetadataChannel}};
     auto process = no_input.valid() ? ChildProcess::Spawn(options) : std::nullopt;

@@ -5,6 +5,8 @@
 #include <optional>
 #include <string>
 
+#include <unistd.h>
+
 #include "plugins/native_metadata.h"
 #include "util/child_process.h"
 #include "util/unique_fd.h"
@@ -24,6 +26,7 @@ class NativeMetadataReader {
     struct Options {
         std::string program = "/usr/lib/corvane/bootweave/nativeReader";
         std::chrono::milliseconds patience{std::chrono::seconds(10)};
+        int output = STDOUT_FILENO;  ///< open descriptor for what objects print when they are loaded
     };
 
     NativeMetadataReader() : NativeMetadataReader(Options()) {}

@@ -176,6 +176,18 @@ class HostTest(SystemTest):
                           "1 plugin: 0 errors, 1 warning", "1 plugin: nothing is wrong"],
                          host.shell(script).stdout.splitlines())
 
+    def test_what_a_native_plugin_prints_when_it_is_loaded_is_no_part_of_a_report(self):
+        loud = '__attribute__((constructor)) static void Shout(void) { puts("loud"); fflush(stdout); }'
+        host = self.host(native("a", more=loud))
+        script = f"""bootweave >/dev/null && {_ANALYZE} verify --json && {_ANALYZE} critical-chain --json &&
+            exec {_ANALYZE} dot"""
+        end = host.shell(script)
+        self.assertEqual((0, "loud\nloud\nloud\n"), (end.status, end.stderr))
+        verified, chain, first, *_ = end.stdout.splitlines()
+        self.assertEqual([], json.loads(verified)["findings"])
+        self.assertEqual("a", json.loads(chain)["plugins"][0]["name"])
+        self.assertTrue(first.startswith("digraph"))
+
     def test_nothing_is_written_and_nothing_is_left_running(self):
         host = self.host(_mistakes("/mistakes"), native("b"))
         script = f"""touch /stamp

@@ -23,6 +23,25 @@ struct Clash {
     const VerifiedPlugin& owner;
 };
 
+std::string KeyOf(const VerifiedPlugin& plugin) {
+    return RunOnceKey(plugin.name, plugin.version);
+}
+
+/// One key is recorded for both. Whoever is looked up by it, as one with foreign characters is not, is left
+/// out when the other one has run.
+void AddSharedKey(const VerifiedPlugin& first, const VerifiedPlugin& second, const std::string& recorded,
+                  Findings& findings) {
+    const Clash clash(first, second);
+    const bool is_culprit = KeyOf(clash.culprit) == recorded;
+    const VerifiedPlugin& left_out = is_culprit ? clash.culprit : clash.owner;
+    const VerifiedPlugin& other = is_culprit ? clash.owner : clash.culprit;
+    if (KeyOf(left_out) == recorded) {
+        AddFinding(findings, left_out, Severity::kError, FindingKind::kRunOnce,
+                   "left out once another plugin has run: its run-once key '" + recorded +
+                       "' is also recorded for " + other.file);
+    }
+}
+
 }  // namespace
 
 void CheckFlags(const VerifiedPlugin& plugin, Findings& findings) {
@@ -45,22 +64,20 @@ void CheckFlags(const VerifiedPlugin& plugin, Findings& findings) {
 }
 
 void CheckRunOnceKeys(const std::vector<VerifiedPlugin>& plugins, Findings& findings) {
-    std::map<std::string, const VerifiedPlugin*> owners;  // of keys that are found again
+    std::map<std::string, const VerifiedPlugin*> owners;  // of keys as they are recorded
     for (const VerifiedPlugin& plugin : plugins) {
         if (!plugin.run_once) {
             continue;
         }
-        const std::string key = RunOnceKey(plugin.name, plugin.version);
+        const std::string key = KeyOf(plugin);
         const std::string recorded = RecordedRunOnceKey(key);
         if (recorded != key) {
             AddFinding(
                 findings, plugin, Severity::kWarning, FindingKind::kRunOnce,
                 "runs on every boot: its run-once key '" + key + "' is recorded as '" + recorded + "'");
-        } else if (const auto [owner, is_new] = owners.emplace(key, &plugin); !is_new) {
-            const Clash clash(*owner->second, plugin);
-            AddFinding(
-                findings, clash.culprit, Severity::kError, FindingKind::kRunOnce,
-                "only one of two runs: its run-once key '" + key + "' is also that of " + clash.owner.file);
+        }
+        if (const auto [owner, is_new] = owners.emplace(recorded, &plugin); !is_new) {
+            AddSharedKey(*owner->second, plugin, recorded, findings);
         }
     }
 }

@@ -90,13 +90,30 @@ TEST(VerifyRunOnceTest, PluginsThatRunOnEveryBootHaveNoKey) {
 }
 
 TEST(VerifyRunOnceTest, OfTwoPluginsWithOneKeyOnlyOneRuns) {
-    const Finding second{"net1.json", Severity::kError, FindingKind::kRunOnce, "net1",
-                         "only one of two runs: its run-once key 'net10' is also that of net.json"};
-    const Finding first{"net.json", Severity::kError, FindingKind::kRunOnce, "net",
-                        "only one of two runs: its run-once key 'net10' is also that of net1.json"};
+    const Finding second{
+        "net1.json", Severity::kError, FindingKind::kRunOnce, "net1",
+        "left out once another plugin has run: its run-once key 'net10' is also recorded for net.json"};
+    const Finding first{
+        "net.json", Severity::kError, FindingKind::kRunOnce, "net",
+        "left out once another plugin has run: its run-once key 'net10' is also recorded for net1.json"};
     EXPECT_THAT(KeyFindings({OnceOnly("net", "10"), OnceOnly("net1", "0")}), ElementsAre(second));
     EXPECT_THAT(KeyFindings({Around(OnceOnly("net", "10")), OnceOnly("net1", "0")}), ElementsAre(second));
     EXPECT_THAT(KeyFindings({OnceOnly("net", "10"), Around(OnceOnly("net1", "0"))}), ElementsAre(first));
+}
+
+TEST(VerifyRunOnceTest, AKeyThatIsNeverFoundAgainKeepsAnotherPluginOut) {
+    const Finding odd{"net.json", Severity::kWarning, FindingKind::kRunOnce, "net",
+                      "runs on every boot: its run-once key 'net1 0' is recorded as 'net10'"};
+    const Finding kept_out{
+        "net1.json", Severity::kError, FindingKind::kRunOnce, "net1",
+        "left out once another plugin has run: its run-once key 'net10' is also recorded for net.json"};
+    EXPECT_THAT(KeyFindings({OnceOnly("net", "1 0"), OnceOnly("net1", "0")}), ElementsAre(odd, kept_out));
+    EXPECT_THAT(KeyFindings({OnceOnly("net1", "0"), OnceOnly("net", "1 0")}), ElementsAre(odd, kept_out));
+    EXPECT_THAT(KeyFindings({Around(OnceOnly("net1", "0")), OnceOnly("net", "1 0")}), ElementsAre(odd));
+}
+
+TEST(VerifyRunOnceTest, OfTwoKeysThatAreNeverFoundAgainNeitherKeepsTheOtherOut) {
+    EXPECT_EQ(2U, KeyFindings({OnceOnly("net", "1 0"), OnceOnly("net1", " 0")}).size());
 }
 
 TEST(VerifyNamesTest, DifferentNamesAreFine) {

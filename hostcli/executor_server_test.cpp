@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "hostcli/executor_server.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -87,6 +88,18 @@ std::vector<std::string> Descriptors(const std::string& process) {
 class ExecutorServerTest : public testing::Test {
   protected:
     void SetUp() override { FakePlatform::Reset(); }
+
+    /// Waits until the executor's event loop has its descriptor, which may be after it says that it is there.
+    static bool WaitForEventLoop() {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        bool ready = false;
+        while (!ready && std::chrono::steady_clock::now() < deadline) {
+            const std::vector<std::string> open = Descriptors(std::to_string(Executor()));
+            ready = std::find(open.begin(), open.end(), "anon_inode:[eventfd]") != open.end();
+            std::this_thread::yield();
+        }
+        return ready;
+    }
 
     /// Starts the executor and waits until it says that it is there.
     void Start() {
@@ -576,6 +589,7 @@ TEST_F(ExecutorServerTest, WithoutADescriptorForItAConnectionIsTurnedAwayAndTheN
 TEST_F(ExecutorServerTest, WithoutADescriptorLeftEveryConnectionIsTurnedAwayAndAStopIsHeeded) {
     sandbox_.AddCommand("good", "touch " + results_.File("ran"));
     Start();
+    ASSERT_TRUE(WaitForEventLoop());  // which needs a descriptor of its own
     const auto open = static_cast<rlim_t>(Descriptors(std::to_string(Executor())).size());
     const rlimit none_left{.rlim_cur = open, .rlim_max = open};
     ASSERT_EQ(0, ::prlimit(Executor(), RLIMIT_NOFILE, &none_left, nullptr));

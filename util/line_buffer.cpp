@@ -2,6 +2,7 @@
 #include "util/line_buffer.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <new>
@@ -30,6 +31,16 @@ void LineBuffer::Append(std::string_view text) {
         std::memcpy(data() + size_, text.data(), count);
         size_ += count;
     }
+}
+
+void LineBuffer::AppendNumber(unsigned number, unsigned width, char fill) {
+    std::array<char, 10> digits;  // of the greatest number
+    const char* const end = std::to_chars(digits.begin(), digits.end(), number).ptr;
+    const std::string_view text(digits.data(), static_cast<std::size_t>(end - digits.data()));
+    for (std::size_t count = text.size(); count < width; ++count) {
+        Append({&fill, 1});
+    }
+    Append(text);
 }
 
 void LineBuffer::AppendFormatted(const char* format, ...) {

@@ -18,6 +18,9 @@ class LineBuffer {
     LineBuffer& operator=(const LineBuffer&) = delete;
 
     void Append(std::string_view text);
+    /// Appends a number in decimal, filled up to `width` in front; one that is wider is not cut. A log line
+    /// has eight of them, and printf would take longer for those than all else does for the line.
+    void AppendNumber(unsigned number, unsigned width = 1, char fill = '0');
     /// Appends what printf would write.
     void AppendFormatted(const char* format, ...) __attribute__((format(printf, 2, 3)));
     /// Appends what vprintf would write; a format that cannot be printed is appended as it is.

@@ -38,6 +38,19 @@ TEST(LineBufferTest, FormatsTextOfEveryLengthAroundItsOwnMemory) {
     }
 }
 
+TEST(LineBufferTest, NumbersAreFilledUpToTheirWidthAndNeverCut) {
+    LineBuffer line;
+    for (const unsigned number : {0U, 7U, 42U, 12345U, 4294967295U}) {
+        line.AppendNumber(number);
+        line.Append(" ");
+        line.AppendNumber(number, 3);
+        line.Append(" ");
+        line.AppendNumber(number, 2, ' ');
+        line.Append(",");
+    }
+    EXPECT_EQ("0 000  0,7 007  7,42 042 42,12345 12345 12345,4294967295 4294967295 4294967295,", line.view());
+}
+
 TEST(LineBufferTest, AFormatThatCannotBePrintedStandsForItself) {
     const wchar_t unprintable[] = {0x110000, 0};  // no character of any locale
     LineBuffer line;

@@ -120,7 +120,9 @@ void WriteToStream(int stream, const LogOutput& output, const Message& message) 
         line.Append(" ");
     }
     line.Append(output.identifier.view());
-    line.AppendFormatted("[%d]: ", static_cast<int>(message.pid));
+    line.Append("[");
+    line.AppendNumber(static_cast<unsigned>(message.pid));
+    line.Append("]: ");
     AppendHarmless(line, WithoutTrailingNewlines(message.text));
     line.End('\n');
     WriteLine(stream, line.view(), message.pid);

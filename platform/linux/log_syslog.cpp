@@ -189,10 +189,15 @@ int Deliver(pid_t pid, LineBuffer& line, Patience& patience) {
 
 int SendMessage(const SyslogMessage& message, Patience& patience) {
     LineBuffer line;
-    line.AppendFormatted("<%d>", LOG_DAEMON | message.severity);
+    line.Append("<");
+    line.AppendNumber(static_cast<unsigned>(LOG_DAEMON | message.severity));
+    line.Append(">");
     AppendSyslogStamp(line, message.time, std::chrono::seconds(g_utc_offset.load(std::memory_order_relaxed)));
-    line.AppendFormatted(" %.*s[%d]: ", static_cast<int>(message.identifier.size()),
-                         message.identifier.data(), static_cast<int>(message.pid));
+    line.Append(" ");
+    line.Append(message.identifier);
+    line.Append("[");
+    line.AppendNumber(static_cast<unsigned>(message.pid));
+    line.Append("]: ");
     const std::string_view body = WithoutTrailingNewlines(message.text);
     AppendHarmless(line, body);
     line.Append(message.text.substr(body.size()));

@@ -31,12 +31,21 @@ struct Calendar {
     std::chrono::year_month_day date;
     std::chrono::hh_mm_ss<std::chrono::seconds> time;
 
+    [[nodiscard]] unsigned year() const { return static_cast<unsigned>(static_cast<int>(date.year())); }
     [[nodiscard]] unsigned month() const { return static_cast<unsigned>(date.month()); }
     [[nodiscard]] unsigned day_of_month() const { return static_cast<unsigned>(date.day()); }
-    [[nodiscard]] int hour() const { return static_cast<int>(time.hours().count()); }
-    [[nodiscard]] int minute() const { return static_cast<int>(time.minutes().count()); }
-    [[nodiscard]] int second() const { return static_cast<int>(time.seconds().count()); }
+    [[nodiscard]] unsigned hour() const { return static_cast<unsigned>(time.hours().count()); }
+    [[nodiscard]] unsigned minute() const { return static_cast<unsigned>(time.minutes().count()); }
+    [[nodiscard]] unsigned second() const { return static_cast<unsigned>(time.seconds().count()); }
 };
+
+void AppendTimeOfDay(LineBuffer& line, const Calendar& calendar) {
+    line.AppendNumber(calendar.hour(), 2);
+    line.Append(":");
+    line.AppendNumber(calendar.minute(), 2);
+    line.Append(":");
+    line.AppendNumber(calendar.second(), 2);
+}
 
 }  // namespace
 
@@ -50,12 +59,17 @@ std::string_view WithoutTrailingNewlines(std::string_view text) {
 void AppendUtcStamp(LineBuffer& line, std::chrono::system_clock::time_point now, bool milliseconds) {
     const auto seconds = std::chrono::floor<std::chrono::seconds>(now);
     const Calendar calendar(seconds);
-    line.AppendFormatted("%04d-%02u-%02uT%02d:%02d:%02d", static_cast<int>(calendar.date.year()),
-                         calendar.month(), calendar.day_of_month(), calendar.hour(), calendar.minute(),
-                         calendar.second());
+    line.AppendNumber(calendar.year(), 4);
+    line.Append("-");
+    line.AppendNumber(calendar.month(), 2);
+    line.Append("-");
+    line.AppendNumber(calendar.day_of_month(), 2);
+    line.Append("T");
+    AppendTimeOfDay(line, calendar);
     if (milliseconds) {
         const auto fraction = std::chrono::floor<std::chrono::milliseconds>(now - seconds);
-        line.AppendFormatted(".%03d", static_cast<int>(fraction.count()));
+        line.Append(".");
+        line.AppendNumber(static_cast<unsigned>(fraction.count()), 3);
     }
     line.Append("Z");
 }
@@ -63,8 +77,11 @@ void AppendUtcStamp(LineBuffer& line, std::chrono::system_clock::time_point now,
 void AppendSyslogStamp(LineBuffer& line, std::chrono::system_clock::time_point now,
                        std::chrono::seconds utc_offset) {
     const Calendar calendar(std::chrono::floor<std::chrono::seconds>(now) + utc_offset);
-    line.AppendFormatted("%s %2u %02d:%02d:%02d", kMonths[calendar.month() - 1], calendar.day_of_month(),
-                         calendar.hour(), calendar.minute(), calendar.second());
+    line.Append(kMonths[calendar.month() - 1]);
+    line.Append(" ");
+    line.AppendNumber(calendar.day_of_month(), 2, ' ');
+    line.Append(" ");
+    AppendTimeOfDay(line, calendar);
 }
 
 std::size_t CutLength(std::string_view text, std::size_t limit) {
@@ -82,7 +99,9 @@ std::size_t CutLength(std::string_view text, std::size_t limit) {
 }
 
 void AppendKernelRecord(LineBuffer& record, int priority, std::string_view text) {
-    record.AppendFormatted("<%d>bootweave: ", priority);
+    record.Append("<");
+    record.AppendNumber(static_cast<unsigned>(priority));
+    record.Append(">bootweave: ");
     AppendHarmless(record, WithoutTrailingNewlines(text));
     if (record.view().size() + 1 > kMaxKernelRecord) {
         record.Truncate(CutLength(record.view(), kMaxKernelRecord - kCutMark.size() - 1));

@@ -95,7 +95,7 @@ class InstructionTest(CostTest):
         def files(count):
             return [plugin(f"p{number}", requires=[f"b{number - 1}"], provides=[f"b{number}"])
                     for number in range(count)]
-        today = 42_200
+        today = 35_600
         found = self._per_plugin(self._instructions, files)
         self.assertLess(found, today * 1.15)
         self.assertGreater(found, today / 2, "counts less than it should")

@@ -1,13 +1,14 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: Apache-2.0
 """Every text file keeps the rules of .editorconfig: UTF-8, LF, one newline at the end, no tabs, no blanks at
-the end of a line, and code within 110 columns."""
+the end of a line, and code within 110 columns. Recipes of makefiles begin with a tab."""
 
 import re
 
 import project
 
 _LONGEST = 110
+_MAKEFILE = re.compile(r"(.*/)?Makefile|debian/rules")
 _CODE = {".cpp", ".h", ".c", ".py", ".sh", ".cmake"}
 
 # What a test compares with, or feeds to a parser, is data: its blanks and lines are what they are.
@@ -30,7 +31,7 @@ def findings_in(path, data, is_code):
     for number, line in enumerate(text.split("\n"), 1):
         if "\r" in line:
             yield f"{path}:{number}: carriage return"
-        if "\t" in line:
+        if "\t" in (line[1:] if _MAKEFILE.fullmatch(str(path)) else line):
             yield f"{path}:{number}: tab"
         if line.rstrip(" \t\r") != line.rstrip("\r"):
             yield f"{path}:{number}: blanks at the end of the line"

@@ -25,6 +25,12 @@ class TextRulesTest(unittest.TestCase):
         self._assert_findings(b"one \nkey:\tvalue\ntwo\r\n", ":1: blanks at the end of the line", ":2: tab",
                               ":3: carriage return")
 
+    def test_a_recipe_of_a_makefile_begins_with_a_tab(self):
+        for path in "Makefile", "examples/Makefile", "debian/rules":
+            self.assertEqual([], list(findings_in(path, b"all:\n\tcc a.c\n", is_code=False)))
+            self.assertEqual([f"{path}:1: tab"], list(findings_in(path, b"a\tb\n", is_code=False)))
+        self.assertEqual(["rules:2: tab"], list(findings_in("rules", b"all:\n\tcc a.c\n", is_code=False)))
+
     def test_code_has_110_columns_and_they_are_characters(self):
         self._assert_findings(("ä" * 110 + "\n").encode())
         self._assert_findings(b"x" * 111 + b"\n", ":1: 111 columns, 110 are allowed")

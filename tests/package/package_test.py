@@ -5,6 +5,7 @@ import glob
 import os
 import re
 import subprocess
+import tempfile
 import unittest
 
 from harness import UNTIL, File, SystemTest, command, plugin
@@ -51,6 +52,12 @@ list >/srv/before
 """
 
 
+# What a packager wants to know, misspelt words in the programs aside: machine code now and then has the
+# letters of one.
+_LINTIAN = ("lintian", "--allow-root", "--pedantic", "--display-info", "--suppress-tags",
+            "spelling-error-in-binary", "--fail-on", "error,warning,info,pedantic")
+
+
 def _built(pattern):
     """The one file that was built whose name matches."""
     names = glob.glob(os.path.join(os.environ[PACKAGES_VARIABLE], pattern))
@@ -63,13 +70,36 @@ class FilesTest(unittest.TestCase):
     maxDiff = None
 
     def test_lintian_finds_nothing(self):
-        # Machine code now and then has the letters of a misspelt word.
-        result = subprocess.run(
-            ["lintian", "--allow-root", "--pedantic", "--display-info", "--suppress-tags",
-             "spelling-error-in-binary", "--fail-on", "error,warning,info,pedantic",
-             _built("bootweave_*.changes")],
-            check=False, text=True, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self._run_lintian(_built("bootweave_*.changes"))
+
+    def test_a_source_package_has_the_tracked_files_and_making_it_changes_none(self):
+        with tempfile.TemporaryDirectory(prefix="bootweave-package-") as directory:
+            source = os.path.join(directory, "checkout")
+            self._output("git", "-c", "safe.directory=*", "clone", "--quiet", _ROOT, source)
+            os.mkdir(os.path.join(source, "build"))
+            with open(os.path.join(source, "build", "left-over"), "w", encoding="utf-8"):
+                pass
+            self._output("dpkg-buildpackage", "--build=source", "--unsigned-source", "--unsigned-changes",
+                         "--no-check-builddeps", cwd=source)
+            self.assertEqual("", self._output("git", "status", "--short", cwd=source))
+            tracked = self._output("git", "ls-files", cwd=source).splitlines()
+            listed = self._output("tar", "-tf", *glob.glob(os.path.join(directory, "*.tar.xz"))).splitlines()
+            self.assertEqual(sorted(tracked), sorted(name.partition("/")[2] for name in listed
+                                                     if not name.endswith("/")))
+            self._run_lintian(*glob.glob(os.path.join(directory, "*.changes")))
+
+    def _run_lintian(self, changes):
+        result = subprocess.run([*_LINTIAN, changes], check=False, text=True, stdout=subprocess.PIPE,
+                                stderr=subprocess.PIPE)
         self.assertEqual(("", 0), (result.stdout, result.returncode), result.stderr)
+
+    @staticmethod
+    def _output(*command, cwd=None):
+        result = subprocess.run(command, cwd=cwd, check=False, text=True, stdout=subprocess.PIPE,
+                                stderr=subprocess.PIPE)
+        if result.returncode != 0:
+            raise RuntimeError(f"{' '.join(command)}: {result.stderr}{result.stdout}")
+        return result.stdout
 
     def test_the_version_is_the_one_that_the_program_is_built_as(self):
         with open(os.path.join(_ROOT, "CMakeLists.txt"), encoding="utf-8") as file:

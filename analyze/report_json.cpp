@@ -204,6 +204,7 @@ void WriteSimulationJson(std::ostream& out, const ChosenRun& run, const Simulati
     report["bound_us"] = simulation.bound().count();
     report["bound_any_us"] = simulation.bound_of_any().count();
     report["longest_chain_us"] = simulation.longest_chain.count();
+    report["commands_us"] = simulation.commands.count();
     report["work_us"] = simulation.work.count();
     report["outside_us"] = simulation.outside.count();
     report["plugins"] = std::move(plugins);

@@ -32,9 +32,9 @@
 ///         plugins)
 /// simulate: profile, block, blocks, kind, threads, recorded_us, simulated_us, change_us, bound_us (for these
 /// threads),
-///         bound_any_us (for any number), longest_chain_us and work_us (of plugins alone), outside_us (the
-///         part of the other times that is no plugin's), plugins (name, at_us from the first one's start,
-///         taken_us) in the order of their start
+///         bound_any_us (for any number), longest_chain_us, commands_us and work_us (of plugins alone),
+///         outside_us (the part of the other times that is no plugin's), plugins (name, at_us from the first
+///         one's start, taken_us) in the order of their start
 /// diff:   old, new (each with profile, block, blocks, kind, total_us, plugins_us), total_change_us,
 ///         plugins_change_us, plugins (name, old_us, new_us, change_us), greatest change first
 /// verify: plugins, errors, warnings,

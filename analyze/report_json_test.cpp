@@ -124,7 +124,8 @@ TEST(ReportJsonTest, AnImaginedRunHasItsTimesAndThoseOfEachPlugin) {
     WriteSimulationJson(out, RunOf(kBoot), simulation);
     EXPECT_EQ(R"({"profile":"/log","block":1,"blocks":1,"kind":"boot","threads":2,"recorded_us":100,)"
               R"("simulated_us":90,"change_us":-10,"bound_us":75,"bound_any_us":70,"longest_chain_us":60,)"
-              R"("work_us":130,"outside_us":10,"plugins":[{"name":"\"net\"","at_us":5,"taken_us":70}]})"
+              R"("commands_us":0,"work_us":130,"outside_us":10,)"
+              R"("plugins":[{"name":"\"net\"","at_us":5,"taken_us":70}]})"
               "\n",
               out.str());
 }

@@ -30,6 +30,7 @@ struct Needs {
     PluginKind kind = PluginKind::kUnknown;
     std::vector<std::string> required;
     std::vector<std::string> provided;
+    std::size_t commands = 0;
 };
 
 std::string Harmless(std::string_view text) {
@@ -66,7 +67,7 @@ std::map<std::string, Needs> ReadInjections(const std::string& path) {
     DebugInjections injections(path);
     for (const DebugInjection& injection : injections.Load()) {
         needs.emplace(Harmless(injection.name),
-                      Needs{PluginKind::kDebug, injection.requires_names, injection.provides_names});
+                      Needs{PluginKind::kDebug, injection.requires_names, injection.provides_names, 0});
     }
     return needs;
 }
@@ -147,10 +148,12 @@ class BootReader {
     Needs ReadFile(const std::string& path) {
         if (path.ends_with(".json")) {
             JSONPluginFile file = ReadJSONPluginFile(path);
-            return {PluginKind::kJSON, std::move(file.requires_names), std::move(file.provides_names)};
+            return {PluginKind::kJSON, std::move(file.requires_names), std::move(file.provides_names),
+                    file.start.size()};
         }
         NativeMetadata metadata = reader_.Read(path);
-        return {PluginKind::kNative, std::move(metadata.requires_names), std::move(metadata.provides_names)};
+        return {PluginKind::kNative, std::move(metadata.requires_names), std::move(metadata.provides_names),
+                0};
     }
 
     /// Nothing waited for one that did not run.
@@ -201,7 +204,7 @@ void ChainPriorities(Iterator first, Iterator last, std::vector<Needs>& all) {
     for (; first != last; ++first) {
         const std::string name = "priority " + std::to_string(first->first);
         for (const std::size_t index : first->second) {
-            all[index] = {PluginKind::kDaemon, before, {name}};
+            all[index] = {PluginKind::kDaemon, before, {name}, 0};
         }
         before = {name};
     }
@@ -257,8 +260,8 @@ void Connect(const std::vector<Needs>& all, RunGraph& graph) {
     }
     for (const Needs& needs : all) {
         const std::size_t index = graph.plugins.size();
-        const RunPlugin& plugin = graph.plugins.emplace_back(
-            RunPlugin{needs.kind, IndicesOf(needs.required, known), IndicesOf(needs.provided, known)});
+        const RunPlugin& plugin = graph.plugins.emplace_back(RunPlugin{
+            needs.kind, IndicesOf(needs.required, known), IndicesOf(needs.provided, known), needs.commands});
         for (const std::size_t barrier : plugin.required) {
             graph.barriers[barrier].requirers.push_back(index);
         }

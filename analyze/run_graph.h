@@ -41,6 +41,7 @@ struct RunPlugin {
     PluginKind kind = PluginKind::kUnknown;
     std::vector<std::size_t> required;  ///< indices of barriers, in the order of its file
     std::vector<std::size_t> provided;  ///< the same
+    std::size_t commands = 0;           ///< host commands of its start method, for a JSON plugin
 };
 
 /// What plugins meet at.

@@ -165,6 +165,17 @@ TEST_F(RunGraphTest, EachPluginHasItsKind) {
     EXPECT_EQ("native json debug unknown ", Kinds(Read()));
 }
 
+TEST_F(RunGraphTest, AJsonPluginHasAsManyCommandsAsItsStartMethod) {
+    static_cast<void>(dir_.WriteFile(
+        "a.json",
+        R"({"metadata":{"version":1,"requires":[],"provides":[]},"operations":{"start":["x","y"]}})"));
+    Link("modern");
+    Ran({"a", "modern"});
+    const RunGraph graph = Read();
+    EXPECT_EQ(2U, graph.plugins[0].commands);
+    EXPECT_EQ(0U, graph.plugins[1].commands);
+}
+
 TEST_F(RunGraphTest, APluginIsFoundByItsNameAsTheLogHasIt) {
     Write("a\n.json", "", "");
     Ran({"a\\x0a"});

@@ -70,7 +70,9 @@ Times TimesOf(const ProfileBlock& block, const WhatIf& what_if) {
 /// The nodes of one imagined run.
 class ImaginedRun {
   public:
-    ImaginedRun(const ProfileBlock& block, const RunGraph& graph, const Times& times) : times_(times) {
+    /// \param commands_wait  each for its turn, as host commands do
+    ImaginedRun(const ProfileBlock& block, const RunGraph& graph, const Times& times, bool commands_wait)
+        : graph_(graph), times_(times), commands_wait_(commands_wait) {
         const std::uint32_t key = block.kind == RunKind::kDaemon ? kDaemonOrderKey : kOrderKey;
         for (const RunBarrier& barrier : graph.barriers) {
             barriers_.push_back(std::make_unique<InitBarrier>(barrier.name));
@@ -96,7 +98,7 @@ class ImaginedRun {
     /// The plugins in the order in which they were taken.
     std::vector<SimulatedPlugin> Run(std::size_t threads, bool randomize) {
         const VirtualOutcome outcome =
-            RunInVirtualTime(all_, threads, randomize, [this](const Node& node) { return TimeOf(node); });
+            RunInVirtualTime(all_, threads, randomize, [this](const Node& node) { return WorkOf(node); });
         if (!outcome.circle.empty()) {
             throw Exception("plugins wait for each other: " + outcome.circle);
         }
@@ -110,12 +112,19 @@ class ImaginedRun {
     }
 
   private:
-    [[nodiscard]] Duration TimeOf(const Node& node) const {
+    /// A barrier takes no time.
+    [[nodiscard]] VirtualWork WorkOf(const Node& node) const {
         const auto found = index_of_.find(&node);
-        return found != index_of_.end() ? times_[found->second].value_or(Duration(0)) : Duration(0);
+        if (found == index_of_.end()) {
+            return {};
+        }
+        return {.time = times_[found->second].value_or(Duration(0)),
+                .shared_steps = commands_wait_ ? graph_.plugins[found->second].commands : 0};
     }
 
+    const RunGraph& graph_;
     const Times& times_;
+    const bool commands_wait_;
     std::vector<std::unique_ptr<InitBarrier>> barriers_;
     std::vector<std::unique_ptr<ImaginedNode>> nodes_;
     std::vector<Node*> all_;
@@ -172,7 +181,7 @@ std::vector<std::string> Orphans(const ProfileBlock& block, const RunGraph& grap
 Duration Simulation::bound() const {
     const auto count = static_cast<Duration::rep>(threads);
     const Duration shared((work.count() + count - 1) / count);
-    return outside + std::max(longest_chain, shared);
+    return std::max(bound_of_any(), outside + shared);
 }
 
 std::size_t RecordedThreads(const ProfileBlock& block) {
@@ -199,21 +208,24 @@ std::size_t RecordedThreads(const ProfileBlock& block) {
 Simulation Simulate(const ProfileBlock& block, const RunGraph& graph, const WhatIf& what_if) {
     Simulation simulation;
     const Times times = TimesOf(block, what_if);
-    for (const std::optional<Duration>& time : times) {
-        simulation.work += time.value_or(Duration(0));
+    const bool was_serial = !block.settings.parallel.value_or(false);
+    for (std::size_t index = 0; index < times.size(); ++index) {
+        const Duration time = times[index].value_or(Duration(0));
+        simulation.work += time;
+        simulation.commands += was_serial && graph.plugins[index].commands > 0 ? time : Duration(0);
     }
     simulation.threads = what_if.threads.value_or(RecordedThreads(block));
     simulation.warnings = Orphans(block, graph, times);
     Measure(block, simulation);
-    simulation.plugins =
-        ImaginedRun(block, graph, times).Run(simulation.threads, block.settings.randomize.value_or(false));
+    simulation.plugins = ImaginedRun(block, graph, times, was_serial)
+                             .Run(simulation.threads, block.settings.randomize.value_or(false));
     if (simulation.plugins.empty()) {
         throw Exception("no plugin would run");
     }
     simulation.simulated = simulation.outside + EndOf(simulation.plugins);
     // With a worker for everything each plugin starts when the last that it waits for has ended.
     const std::size_t enough = graph.plugins.size() + graph.barriers.size();
-    simulation.longest_chain = EndOf(ImaginedRun(block, graph, times).Run(enough, false));
+    simulation.longest_chain = EndOf(ImaginedRun(block, graph, times, false).Run(enough, false));
     return simulation;
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -13,6 +14,10 @@
 /// \file
 /// What a run would take with other settings: its plugins with the times that they took, scheduled by the
 /// code that schedules a boot.
+///
+/// Host commands run one at a time on a host, however many threads there are. The times of a serial run hold
+/// no waiting for the commands of others, so that it is imagined; those of a parallel run hold what there
+/// was, and stay as they are.
 
 namespace bootweave {
 
@@ -37,13 +42,14 @@ struct Simulation {
     Duration simulated{0};  ///< the same of the imagined run
     Duration outside{0};    ///< the part of both that is no plugin's
     Duration work{0};       ///< of all plugins that run, added up
-    Duration longest_chain{0};               ///< no number of threads beats it
+    Duration longest_chain{0};  ///< of plugins that wait for each other
+    Duration commands{0};  ///< of plugins whose host commands wait for their turn; zero for a parallel run
     std::vector<SimulatedPlugin> plugins{};  ///< in the order in which workers take them
     std::vector<std::string> warnings{};     ///< barriers that lose their last provider
 
     /// What no order of the plugins on these threads can beat, and on any number of threads.
     [[nodiscard]] Duration bound() const;
-    [[nodiscard]] Duration bound_of_any() const { return outside + longest_chain; }
+    [[nodiscard]] Duration bound_of_any() const { return outside + std::max(longest_chain, commands); }
 };
 
 /// The workers that the run had, as far as can be told: one for a serial run; for a parallel one as many as

@@ -95,6 +95,29 @@ TEST_F(SimulationTest, NoNumberOfThreadsBeatsTheLongestChain) {
     }
 }
 
+TEST_F(SimulationTest, HostCommandsOfASerialRunWaitForTheirTurn) {
+    for (RunPlugin& plugin : graph_.plugins) {
+        plugin.commands = 1;
+    }
+    // d, whose command comes second, runs behind that of a, and so on: threads help nothing.
+    EXPECT_THAT(Run({.threads = 9}), ElementsAre("a 0+30", "d 0+70", "b 30+60", "c 30+110"));
+    const Simulation simulation = Simulate(block_, graph_, {.threads = 9});
+    EXPECT_EQ(Duration(140), simulation.commands);
+    EXPECT_EQ(Duration(152), simulation.simulated);
+    EXPECT_EQ(Duration(152), simulation.bound_of_any());
+    EXPECT_EQ(Duration(152), simulation.bound());
+    EXPECT_EQ(Duration(80), simulation.longest_chain);
+}
+
+TEST_F(SimulationTest, TheTimesOfAParallelRunHoldTheWaitingAlready) {
+    block_.settings.parallel = true;
+    for (RunPlugin& plugin : graph_.plugins) {
+        plugin.commands = 1;
+    }
+    EXPECT_THAT(Run({.threads = 9}), ElementsAre("a 0+30", "d 0+40", "b 30+20", "c 30+50"));
+    EXPECT_EQ(Duration(0), Simulate(block_, graph_, {.threads = 9}).commands);
+}
+
 TEST_F(SimulationTest, FewThreadsAreBoundByTheWork) {
     EXPECT_EQ(Duration(12 + 140), Simulate(block_, graph_, {.threads = 1}).bound());
     EXPECT_EQ(Duration(12 + 80), Simulate(block_, graph_, {.threads = 2}).bound());

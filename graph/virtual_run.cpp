@@ -1,26 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "graph/virtual_run.h"
 
+#include <deque>
 #include <queue>
 #include <tuple>
+#include <utility>
 
 #include "graph/executor.h"
 #include "graph/stall.h"
 
 namespace bootweave {
 namespace {
-
-/// A node that a worker is busy with. Of those that end at the same time the one that was taken first ends
-/// first.
-struct Busy {
-    VirtualTime end;
-    std::size_t taken;
-    Node* node;
-
-    bool operator>(const Busy& other) const {
-        return std::tie(end, taken) > std::tie(other.end, other.taken);
-    }
-};
 
 std::string CircleAmong(std::span<Node* const> nodes) REQUIRES(g_process_lock) {
     for (Node* node : nodes) {
@@ -31,38 +21,121 @@ std::string CircleAmong(std::span<Node* const> nodes) REQUIRES(g_process_lock) {
     return {};
 }
 
-}  // namespace
+/// The end of a node's own work, or of a step that is served. What begins first ends first at the same time.
+struct Event {
+    VirtualTime end;
+    std::size_t number;
+    std::size_t span;
+    bool is_step;
 
-VirtualOutcome RunInVirtualTime(std::span<Node* const> nodes, std::size_t workers, bool randomize,
-                                const std::function<VirtualTime(const Node&)>& time_of) {
-    VirtualOutcome outcome;
-    Executor executor(0, randomize);  // for its queue: the workers are imagined
-    const ProcessLockGuard lock;
-    for (Node* node : nodes) {
-        node->ScheduleForward(executor);
+    bool operator>(const Event& other) const {
+        return std::tie(end, number) > std::tie(other.end, other.number);
     }
-    std::priority_queue<Busy, std::vector<Busy>, std::greater<>> busy;
-    VirtualTime now{0};
-    while (true) {
-        while (busy.size() < workers) {
-            Node* const node = executor.TakeLocked();
+};
+
+/// The steps that a node has left.
+struct Steps {
+    std::size_t span;
+    VirtualTime time;
+    std::size_t count;
+};
+
+class Simulator {
+  public:
+    using WorkOf = std::function<VirtualWork(const Node&)>;
+
+    Simulator(std::span<Node* const> nodes, std::size_t workers, bool randomize, const WorkOf& work_of)
+        : nodes_(nodes), workers_(workers), work_of_(work_of), executor_(0, randomize) {}
+
+    VirtualOutcome RunLocked() REQUIRES(g_process_lock) {
+        for (Node* node : nodes_) {
+            node->ScheduleForward(executor_);
+        }
+        TakeNodesLocked();
+        while (!events_.empty()) {
+            const Event event = events_.top();
+            events_.pop();
+            now_ = event.end;
+            if (event.is_step) {
+                EndStepLocked();
+            } else {
+                FinishLocked(event.span);
+            }
+            TakeNodesLocked();
+        }
+        outcome_.circle = CircleAmong(nodes_);
+        return std::move(outcome_);
+    }
+
+  private:
+    void TakeNodesLocked() REQUIRES(g_process_lock) {
+        while (running_ < workers_) {
+            Node* const node = executor_.TakeLocked();
             if (node == nullptr) {
                 break;
             }
-            const VirtualTime end = now + time_of(*node);
-            busy.push({end, outcome.spans.size(), node});
-            outcome.spans.push_back({node, now, end});
+            ++running_;
+            const VirtualWork work = work_of_(*node);
+            const std::size_t span = outcome_.spans.size();
+            outcome_.spans.push_back({node, now_, now_});
+            taken_.push_back(node);
+            if (work.shared_steps == 0) {
+                events_.push({now_ + work.time, ++number_, span, false});
+            } else {
+                steps_.push_back({span, work.time, work.shared_steps});
+            }
         }
-        if (busy.empty()) {
-            break;
-        }
-        now = busy.top().end;
-        Node* const node = busy.top().node;
-        busy.pop();
-        node->FinishLocked(executor);
+        ServeNext();
     }
-    outcome.circle = CircleAmong(nodes);
-    return outcome;
+
+    void ServeNext() {
+        if (!serving_ && !steps_.empty()) {
+            serving_ = true;
+            const Steps& next = steps_.front();
+            const auto count = static_cast<VirtualTime::rep>(next.count);
+            events_.push({now_ + next.time / count, ++number_, next.span, true});
+            steps_.front().time -= next.time / count;
+        }
+    }
+
+    void EndStepLocked() REQUIRES(g_process_lock) {
+        Steps steps = steps_.front();
+        steps_.pop_front();
+        serving_ = false;
+        if (--steps.count > 0) {
+            steps_.push_back(steps);
+        } else {
+            FinishLocked(steps.span);
+        }
+    }
+
+    void FinishLocked(std::size_t span) REQUIRES(g_process_lock) {
+        outcome_.spans[span].end = now_;
+        --running_;
+        taken_[span]->FinishLocked(executor_);
+    }
+
+    const std::span<Node* const> nodes_;
+    const std::size_t workers_;
+    const WorkOf& work_of_;
+    Executor executor_;  // for its queue: the workers are imagined
+    std::priority_queue<Event, std::vector<Event>, std::greater<>> events_;
+    std::deque<Steps> steps_;  // the first one is served
+    bool serving_ = false;
+    std::size_t number_ = 0;   // of the last event
+    std::size_t running_ = 0;  // nodes
+    VirtualTime now_{0};
+    std::vector<Node*> taken_;  // by span
+    VirtualOutcome outcome_;
+};
+
+}  // namespace
+
+VirtualOutcome RunInVirtualTime(std::span<Node* const> nodes, std::size_t workers, bool randomize,
+                                const std::function<VirtualWork(const Node&)>& work_of) {
+    Simulator simulator(nodes, workers, randomize, work_of);
+    const ProcessLockGuard lock;
+    return simulator.RunLocked();
 }
 
 }  // namespace bootweave

@@ -19,10 +19,18 @@ namespace bootweave {
 /// What a node takes, or when something happens; the run begins at zero.
 using VirtualTime = std::chrono::microseconds;
 
+/// What a node takes when nothing holds it up.
+struct VirtualWork {
+    VirtualTime time{0};  ///< not negative
+    /// Zero for work of the node's own. Otherwise so many steps of the same length, each of which waits for
+    /// its turn at the one thing that all such steps share: the first to come is served first.
+    std::size_t shared_steps = 0;
+};
+
 /// A node's part of a run.
 struct VirtualSpan {
     const Node* node;
-    VirtualTime start;
+    VirtualTime start;  ///< when a worker took it
     VirtualTime end;
 };
 
@@ -37,9 +45,8 @@ struct VirtualOutcome {
 ///
 /// \param workers    how many nodes run at a time; below 1 none does
 /// \param randomize  as an Executor has it
-/// \param time_of    what a node takes, not negative
 [[nodiscard]] VirtualOutcome RunInVirtualTime(std::span<Node* const> nodes, std::size_t workers,
                                               bool randomize,
-                                              const std::function<VirtualTime(const Node&)>& time_of);
+                                              const std::function<VirtualWork(const Node&)>& work_of);
 
 }  // namespace bootweave

@@ -21,7 +21,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-/// Nodes whose names end in the number of microseconds that they take: "a5".
+/// Nodes whose names end in the number of microseconds that they take: "a5"; "a6/2" takes two shared steps.
 class Nodes {
   public:
     RecordingNode& Make(const std::string& name, std::uint32_t key = 1) {
@@ -35,7 +35,11 @@ class Nodes {
 
     VirtualOutcome Run(std::size_t workers, bool randomize = false) {
         return RunInVirtualTime(all_, workers, randomize, [](const Node& node) {
-            return VirtualTime(std::stoi(node.name().substr(node.name().find_first_of("0123456789"))));
+            const std::string& name = node.name();
+            const std::size_t slash = name.find('/');
+            return VirtualWork{
+                .time = VirtualTime(std::stoi(name.substr(name.find_first_of("0123456789")))),
+                .shared_steps = slash == std::string::npos ? 0 : std::stoul(name.substr(slash + 1))};
         });
     }
 
@@ -98,6 +102,25 @@ TEST_F(VirtualRunTest, TheLongerChainAndTheSmallerKeyGoFirst) {
     RecordingNode& head = nodes_.Make("head1");
     nodes_.Make("tail1").AddDependency(head);
     EXPECT_THAT(nodes_.Spans(1), ElementsAre("head1 0-1", "leaf1 1-2", "tail1 2-3", "late1 3-4"));
+}
+
+TEST_F(VirtualRunTest, SharedStepsAreServedOneAtATimeAndTheFirstToComeFirst) {
+    for (const char* name : {"a6/2", "b4/1", "c5", "d2/1"}) {
+        nodes_.Make(name);
+    }
+    // a to 3, b to 7, a to 10; d comes at 5, when c has ended, and is served behind a.
+    EXPECT_THAT(nodes_.Spans(3), ElementsAre("a6/2 0-10", "b4/1 0-7", "c5 0-5", "d2/1 5-12"));
+}
+
+TEST_F(VirtualRunTest, StepsThatDoNotDivideEvenlyTakeTheWholeTimeAllTheSame) {
+    nodes_.Make("a10/3");
+    EXPECT_THAT(nodes_.Spans(1), ElementsAre("a10/3 0-10"));
+}
+
+TEST_F(VirtualRunTest, WithOneWorkerNobodyWaitsForAShare) {
+    nodes_.Make("a6/2");
+    nodes_.Make("b4/1");
+    EXPECT_THAT(nodes_.Spans(1), ElementsAre("a6/2 0-6", "b4/1 6-10"));
 }
 
 TEST_F(VirtualRunTest, WhatIsMarkedDoneHoldsNobodyUp) {

@@ -18,16 +18,25 @@ def _sleeping(**plugins):
     return files
 
 
-# In parallel the chain a, c, e takes 0.9 s; all of them take 1.9 s.
-_BOOT = _sleeping(a=(0.4, [], ["x"]), b=(0.3, [], []), c=(0.3, ["x"], ["y"]), d=(0.4, [], []),
-                  e=(0.2, ["y"], []), f=(0.3, ["x"], []))
+def _injected(**plugins):
+    """The same as debug injections, whose commands run side by side. No field of a line may be empty."""
+    lines = [f"{name}:{','.join(requires or ['nothing'])}:{','.join([*provides, name])}:sleep {seconds}\n"
+             for name, (seconds, requires, provides) in plugins.items()]
+    return {"/etc/corvane/bootweave/debug.conf": "".join(lines)}
+
+
+# The chain a, c, e takes 0.9 s; all of them take 1.9 s.
+_PLUGINS = dict(a=(0.4, [], ["x"]), b=(0.3, [], []), c=(0.3, ["x"], ["y"]), d=(0.4, [], []),
+                e=(0.2, ["y"], []), f=(0.3, ["x"], []))
+_BOOT = _sleeping(**_PLUGINS)
+_INJECTED = _injected(**_PLUGINS)
 
 
 class SimulationTest(SystemTest):
     """Real boots of plugins that sleep."""
 
-    def _reports(self, script, *files):
-        end = self.host(_BOOT, *files).shell(UNTIL + script)
+    def _reports(self, script, files):
+        end = self.host(files).shell(UNTIL + script)
         self.assertEqual((0, ""), (end.status, end.stderr))
         return [json.loads(line) for line in end.stdout.splitlines()]
 
@@ -38,21 +47,26 @@ class SimulationTest(SystemTest):
     def test_with_the_same_settings_it_takes_what_the_boot_took(self):
         for option in ("", "--parallel"):
             with self.subTest(option):
-                report, = self._reports(f"bootweave {option} >/dev/null && exec {_ANALYZE} simulate --json")
+                report, = self._reports(f"bootweave {option} >/dev/null && exec {_ANALYZE} simulate --json",
+                                        _BOOT)
                 self._assert_near(report["recorded_us"], report["simulated_us"])
 
     def test_a_serial_boot_tells_what_a_parallel_one_takes(self):
-        imagined, real = self._reports(f"""workers=$((2 * $(nproc))); [ $workers -le 6 ] || workers=6
-            bootweave >/dev/null && {_ANALYZE} simulate --json --threads $workers &&
-            {_AGAIN} && bootweave --parallel >/dev/null && exec {_ANALYZE} simulate --json""")
-        self.assertGreater(imagined["recorded_us"], 1_900_000)
-        self._assert_near(900_000, imagined["longest_chain_us"])
-        self.assertEqual(real["threads"], imagined["threads"])
-        self._assert_near(real["recorded_us"], imagined["simulated_us"])
+        for kind, files in (("host commands", _BOOT), ("injections", _INJECTED)):
+            with self.subTest(kind):
+                imagined, real = self._reports(
+                    f"""workers=$((2 * $(nproc))); [ $workers -le 6 ] || workers=6
+                    bootweave >/dev/null && {_ANALYZE} simulate --json --threads $workers &&
+                    {_AGAIN} && bootweave --parallel >/dev/null && exec {_ANALYZE} simulate --json""", files)
+                self.assertEqual(6, len(imagined["plugins"]))
+                self.assertGreater(imagined["recorded_us"], 1_900_000)
+                self._assert_near(900_000, imagined["longest_chain_us"])
+                self.assertEqual(real["threads"], imagined["threads"])
+                self._assert_near(real["recorded_us"], imagined["simulated_us"])
 
     def test_without_a_plugin_and_with_a_faster_one_another_chain_decides(self):
         before, after = self._reports(f"""bootweave >/dev/null && {_ANALYZE} simulate --json --threads 6 &&
-            exec {_ANALYZE} simulate --json --threads 6 --without e --time c=50""")
+            exec {_ANALYZE} simulate --json --threads 6 --without e --time c=50""", _INJECTED)
         self.assertAlmostEqual(200_000, before["simulated_us"] - after["simulated_us"], delta=60_000)
 
     def test_daemons_keep_the_order_of_their_priorities(self):

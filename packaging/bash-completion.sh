@@ -18,7 +18,7 @@ _bootweave_options=(
 
 _bootweave_analyze_options=(
     -h --help --profile=file --boot=boot --plugin-directory=directory -o=file --output=file --json --strict
-    --around=plugin --threads=text --without=plugin --time=text
+    --around=plugin --threads=text --without=plugin --time=plugin-time
 )
 _bootweave_analyze_commands=(
     time=none blame=none critical-chain=plugin list=none diff=file verify=file
@@ -93,6 +93,11 @@ _bootweave_values() {
     plugin-files)
         _bootweave_next_in_list
         _bootweave_offer_plugins files json so debug
+        ;;
+    plugin-time)
+        _bootweave_offer_plugins names json so debug
+        COMPREPLY=("${COMPREPLY[@]/%/=}")
+        compopt -o nospace
         ;;
     boot) _bootweave_offer boot last ;;
     wait) _bootweave_offer wait nowait ;;

@@ -108,6 +108,14 @@ class CompletionTest(SystemTest):
                                       "bootweave-analyze blame ", "bootweave-analyze --boot ",
                                       files=self._plugins))
 
+    def test_a_plugin_that_is_to_take_another_time_is_followed_by_that_time(self):
+        self.assertEqual([["(-o nospace)", "clock="], [], ["(-o nospace)", "--without="],
+                          ["critical-chain"]],
+                         self._offers("bootweave-analyze simulate --time=cl",
+                                      "bootweave-analyze simulate --time=clock=5",
+                                      "bootweave-analyze simulate --time=clock=5 --wi",
+                                      "bootweave-analyze --time=clock=5 cri", files=self._plugins))
+
     def test_what_takes_no_value_or_any_is_left_to_the_person(self):
         self.assertEqual([[], [], []], self._offers("bootweave --randomize=", "bootweave --plugin-flags ",
                                                     "bootweave --trace="))

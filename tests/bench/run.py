@@ -30,13 +30,13 @@ _SHAPES = ("wide", "chain", "layers")
 class Bench:
     """One series of measurements, and what comes out of it."""
 
-    def __init__(self, build, out, pairs, sizes):
+    def __init__(self, build, out, pairs, sizes, peers):
         self._build = build
         self._out = out
         self._pairs = pairs
         self._sizes = sizes
-        self._contenders = ["bootweave"] + [peer for peer in _PEERS if shutil.which(peer)]
-        self.results = {"machine": _machine(), "absent": [peer for peer in _PEERS if not shutil.which(peer)]}
+        self._contenders = ["bootweave"] + [peer for peer in peers if shutil.which(peer)]
+        self.results = {"machine": _machine(), "absent": [peer for peer in peers if not shutil.which(peer)]}
         self.tables = []
         os.makedirs(out, exist_ok=True)
 
@@ -228,13 +228,15 @@ def main():
     parser.add_argument("--build", required=True, help=argparse.SUPPRESS)
     parser.add_argument("--out", required=True, metavar="DIR", help="where tables, charts and numbers go")
     parser.add_argument("--pairs", type=int, default=5, metavar="N", help="turns of each contender (5)")
+    parser.add_argument("--no-peers", action="store_true", help="measure bootweave and the floor alone")
     parser.add_argument("--sizes", default="100,1000,10000", help="numbers of units to orchestrate")
     parser.add_argument("part", nargs="*", metavar="PART", help=f"what to measure (all): {', '.join(parts)}")
     given = parser.parse_args()
     for part in given.part:
         if part not in parts:
             parser.error(f"there is no part '{part}'")
-    bench = Bench(given.build, given.out, given.pairs, [int(size) for size in given.sizes.split(",")])
+    bench = Bench(given.build, given.out, given.pairs, [int(size) for size in given.sizes.split(",")],
+                  () if given.no_peers else _PEERS)
     machine = bench.results["machine"]
     print(", ".join(str(fact) for fact in machine.values()))
     for peer in bench.results["absent"]:

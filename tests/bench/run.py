@@ -155,15 +155,18 @@ class Bench:
                     ["shape", "workers", "nodes", "bootweave", "ns a node", "oneTBB"], rows)
         self._chart("scheduler", "The scheduler alone: million nodes a second",
                     "more is better; nodes that do nothing", ["bootweave", "oneTBB flow graph"], chart)
-        rows = []
+        rows, chart = [], []
         for shape, label in enumerate(_SHAPES):
             for nodes in 10_000, 100_000, 1_000_000:
                 name = f"_Construct/shape:{shape}/nodes:{nodes}/workers:1/real_time"
                 both = [medians[product + name] for product in ("Bootweave", "Tbb")]
                 rows.append([label, nodes, *(f"{1e9 / entry['items_per_second']:.0f}" for entry in both),
                              *(f"{entry['bytes']:.0f}" for entry in both)])
+                chart.append((f"{label}, {nodes}", [1e9 / entry["items_per_second"] for entry in both], None))
         self._table("Construction: time and memory of a node with its edges (at most 300 bytes)",
                     ["shape", "nodes", "ns", "oneTBB ns", "bytes", "oneTBB bytes"], rows)
+        self._chart("construction", "Construction: nanoseconds a node with its edges", "less is better",
+                    ["bootweave", "oneTBB flow graph"], chart)
 
     def fixed(self):
         """What a run costs before its first plugin."""

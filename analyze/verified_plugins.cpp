@@ -41,10 +41,7 @@ class Loader {
 
     VerifiedPlugins Load() {
         if (sources_.paths.empty()) {
-            LoadDirectory(Place(sources_.directory));
-            if (Exists(sources_.injections)) {
-                LoadInjections(Place(sources_.injections));
-            }
+            LoadHost();
         }
         for (const std::string& path : sources_.paths) {
             LoadPath(path);
@@ -66,6 +63,18 @@ class Loader {
              std::string text) {
         if (reporting_) {
             loaded_.findings.push_back({place.shown, severity, kind, plugin, std::move(text)});
+        }
+    }
+
+    void LoadHost() {
+        LoadDirectory(Place(sources_.directory));
+        if (Exists(sources_.injections)) {
+            CheckWriters(Place(std::filesystem::path(sources_.injections).parent_path()), "");
+            LoadInjections(Place(sources_.injections));
+        }
+        // Commands are judged themselves; whoever may change their directory can put others in their place.
+        for (const std::string& directory : sources_.command_directories) {
+            CheckWriters(Place(directory), "");
         }
     }
 

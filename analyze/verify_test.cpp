@@ -166,6 +166,20 @@ TEST_F(VerifyTest, WhatOthersMayWriteIsNamedWithItsMode) {
             Warning("plugins/a.json", FindingKind::kWritable, "a", "others may change it (mode 0664)")));
 }
 
+TEST_F(VerifyTest, OnAHostTheDirectoriesOfCommandsAndInjectionsAreLookedAtToo) {
+    std::filesystem::create_directory(dir_.File("etc"));
+    sources_.injections = dir_.WriteFile("etc/debug.conf", "");
+    const std::string plugin = dir_.WriteFile("plugins/a.json", kGood);
+    EXPECT_THAT(FindingsOf(), IsEmpty());
+    ASSERT_EQ(0, ::chmod(dir_.File("commands").c_str(), 0777));
+    ASSERT_EQ(0, ::chmod(dir_.File("etc").c_str(), 0775));
+    EXPECT_THAT(
+        FindingsOf(),
+        ElementsAre(Warning("commands", FindingKind::kWritable, "", "others may change it (mode 0777)"),
+                    Warning("etc", FindingKind::kWritable, "", "others may change it (mode 0775)")));
+    EXPECT_THAT(FindingsOf({plugin}), IsEmpty());
+}
+
 TEST_F(VerifyTest, WhatSomebodyElseOwnsIsNamedUnlessItIsVerifiedByItsOwner) {
     if (::geteuid() != 0) {
         GTEST_SKIP() << "only root can give files away";

@@ -223,17 +223,24 @@ void ApplyWords(const std::vector<std::string>& words, AnalyzeOptions& options) 
     }
 }
 
+const char* NameOf(Option letter) {
+    return std::find_if(kLongOptions.begin(), kLongOptions.end(),
+                        [letter](const option& known) { return known.val == letter; })
+        ->name;
+}
+
+std::string_view NameOf(AnalyzeCommand command) {
+    return std::find_if(kCommands.begin(), kCommands.end(),
+                        [command](const auto& known) { return known.second == command; })
+        ->first;
+}
+
 /// Refuses options, as they were parsed, that the command has no use for.
 void CheckUse(const std::vector<int>& parsed, const AnalyzeOptions& options) {
     for (const auto& [letter, command] : kOnlyFor) {
         if (options.command != command && std::count(parsed.begin(), parsed.end(), letter) > 0) {
-            const auto* const known = std::find_if(kLongOptions.begin(), kLongOptions.end(),
-                                                   [&](const option& entry) { return entry.val == letter; });
-            const auto* const wanted =
-                std::find_if(kCommands.begin(), kCommands.end(),
-                             [&](const auto& entry) { return entry.second == command; });
-            throw UsageException("option '--" + std::string(known->name) + "' is for " +
-                                 std::string(wanted->first) + "; see --help");
+            throw UsageException("option '--" + std::string(NameOf(letter)) + "' is for " +
+                                 std::string(NameOf(command)) + "; see --help");
         }
     }
     if (options.json && options.command == AnalyzeCommand::kPlot) {

@@ -61,6 +61,11 @@ def _without_what_differs(text):
     return text.replace("\n", "")
 
 
+def _polling_first(text):
+    """For sorting the executor's own first line to the front: one thread says it while another serves."""
+    return text != "Executor Reset - polling for commands"
+
+
 class Run:
     """What came of a run, without times and numbers of processes."""
 
@@ -69,7 +74,8 @@ class Run:
         self.status = seen["status"]
         lines = [self._line(line) for line in (seen["stdout"] or "").splitlines()]
         self.stdout = [line for line in lines if not _NATIVE_WORDS.match(line)]
-        self.executor_log = [self._line(line) for line in (seen["executor_log"] or "").splitlines()]
+        self.executor_log = sorted((self._line(line) for line in (seen["executor_log"] or "").splitlines()),
+                                   key=_polling_first)
         self.stderr = (seen["stderr"] or "").splitlines()
         self.syslog = self._syslog(seen["syslog"])
         self.kernel = [self._kernel_line(line) for line in (seen["kernel"] or "").splitlines()]
@@ -99,7 +105,7 @@ class Run:
             match = _SYSLOG_LINE.fullmatch(message)
             process, entry = (match[2], (int(match[1]), match[3])) if match else (None, (-1, message))
             found[process].append((entry[0], _without_what_differs(entry[1])))
-        return sorted(found.values())
+        return sorted(sorted(lines, key=lambda line: _polling_first(line[1])) for lines in found.values())
 
     @staticmethod
     def _kernel_line(line):

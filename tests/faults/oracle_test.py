@@ -203,6 +203,18 @@ class Boots(Verdicts):
         self.assert_fine(lambda seen: seen.update(syslog=seen["syslog"][1:]))
         self.assert_fine(lambda seen: seen.update(stdout=""))
 
+    def test_when_the_executor_says_that_it_polls_is_left_open(self):
+        def order(*texts):
+            return lambda seen: seen.update(
+                executor_log="".join(_line(text, 6) for text in texts),
+                syslog=seen["syslog"][:3] + [_syslog(text, 6) for text in texts])
+        polling, stop = "Executor Reset - polling for commands", "Bootweave executor signalled to stop"
+        seen = _boot()
+        order(polling, stop)(seen)
+        undisturbed = oracle.Run(seen, _OLD_PROFILE, False)
+        order(stop, polling)(seen)
+        self.assertEqual(undisturbed.all, oracle.Run(seen, _OLD_PROFILE, False).all)
+
     def test_an_interrupted_call_must_make_no_difference(self):
         changes = {
             "syslog": lambda seen: seen.update(syslog=seen["syslog"][1:]),

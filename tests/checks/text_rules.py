@@ -12,7 +12,8 @@ _MAKEFILE = re.compile(r"(.*/)?Makefile|debian/rules")
 _CODE = {".cpp", ".h", ".c", ".py", ".sh", ".cmake"}
 
 # What a test compares with, or feeds to a parser, is data: its blanks and lines are what they are.
-_DATA = re.compile(r"tests/(system/.*/expected/|fuzz/corpus/)")
+# So are pictures, which programs have drawn.
+_DATA = re.compile(r"tests/(system/.*/expected/|fuzz/corpus/)|docs/pictures/")
 
 
 def findings_in(path, data, is_code):

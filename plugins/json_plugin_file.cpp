@@ -173,10 +173,12 @@ class Reader {
 class KeyHandler {
   public:
     static constexpr std::size_t kUnlimited = std::numeric_limits<std::size_t>::max();
+    // NOLINTBEGIN(readability-identifier-naming): the parser's names
     static constexpr std::size_t max_object_size = kUnlimited;
     static constexpr std::size_t max_array_size = kUnlimited;
     static constexpr std::size_t max_key_size = kUnlimited;
     static constexpr std::size_t max_string_size = kUnlimited;
+    // NOLINTEND(readability-identifier-naming)
 
     using Error = json::error_code;
     using Text = json::string_view;

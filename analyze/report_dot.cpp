@@ -91,10 +91,10 @@ class Drawing {
         out_ << identifiers_[index] << " [label=\"" << LabelText(times.name) << "\\n"
              << PluginKindText(plugin.kind) << ", "
              << (times.ran() ? FormatDuration(times.taken()) : "did not run") << "\"";
-        if (plugins_.count(index) > 0) {
-            out_ << ", class=critical, fillcolor=\"#ef8f4c\", color=\"#a6480a\", penwidth=2.5";
+        if (plugins_.contains(index)) {
+            out_ << R"(, class=critical, fillcolor="#ef8f4c", color="#a6480a", penwidth=2.5)";
         } else if (times.ran()) {
-            out_ << ", fillcolor=\"#8fb8e3\", color=\"#5d8fc4\"";
+            out_ << R"(, fillcolor="#8fb8e3", color="#5d8fc4")";
         } else {
             out_ << ", style=dashed";
         }
@@ -102,7 +102,7 @@ class Drawing {
         for (const std::size_t barrier : plugin.provided) {
             if (part_.barriers[barrier]) {
                 out_ << identifiers_[index] << " -> " << BarrierIdentifier(barrier)
-                     << (into_barrier_.count({index, barrier}) > 0 ? kCriticalEdge : "") << ";\n";
+                     << (into_barrier_.contains({index, barrier}) ? kCriticalEdge : "") << ";\n";
             }
         }
     }
@@ -112,16 +112,16 @@ class Drawing {
         const bool daemons = run_.block.kind == RunKind::kDaemon;
         out_ << BarrierIdentifier(index) << " [label=\"" << LabelText(barrier.name)
              << (daemons ? "\", shape=trapezium" : "\", shape=box");
-        if (barriers_.count(index) > 0) {
-            out_ << ", class=critical, fillcolor=\"#fbe3d3\", color=\"#a6480a\", penwidth=2.5";
+        if (barriers_.contains(index)) {
+            out_ << R"(, class=critical, fillcolor="#fbe3d3", color="#a6480a", penwidth=2.5)";
         } else {
-            out_ << ", fillcolor=\"#f4f6f8\", color=\"#5b6472\"";
+            out_ << R"(, fillcolor="#f4f6f8", color="#5b6472")";
         }
         out_ << "];\n";
         for (const std::size_t plugin : barrier.requirers) {
             if (part_.plugins[plugin]) {
                 out_ << BarrierIdentifier(index) << " -> " << identifiers_[plugin]
-                     << (into_plugin_.count({index, plugin}) > 0 ? kCriticalEdge : "") << ";\n";
+                     << (into_plugin_.contains({index, plugin}) ? kCriticalEdge : "") << ";\n";
             }
         }
     }

@@ -18,7 +18,7 @@ namespace {
 namespace json = boost::json;
 
 json::string Utf8(std::string_view text) {
-    return json::string(Utf8Text(text));
+    return {Utf8Text(text)};
 }
 
 json::value Stamp(const std::optional<Instant>& instant) {

@@ -261,6 +261,7 @@ class Drawing {
 
     [[nodiscard]] std::string Barriers(const std::vector<std::size_t>& indices) const {
         std::vector<std::string> names;
+        names.reserve(indices.size());
         for (const std::size_t index : indices) {
             names.push_back(graph_.barriers[index].name);
         }
@@ -269,6 +270,7 @@ class Drawing {
 
     [[nodiscard]] std::string Plugins(const std::vector<std::size_t>& indices) const {
         std::vector<std::string> names;
+        names.reserve(indices.size());
         for (const std::size_t index : indices) {
             names.push_back(Plugin(index).name);
         }

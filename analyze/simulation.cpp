@@ -57,7 +57,7 @@ Times TimesOf(const ProfileBlock& block, const WhatIf& what_if) {
         }
     }
     for (const std::string& name : what_if.without) {
-        if (given.count(name) > 0) {
+        if (given.contains(name)) {
             throw Exception(name + " is left out, and has a time");
         }
         for (const std::size_t index : Find(block, name)) {

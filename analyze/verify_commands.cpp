@@ -71,8 +71,9 @@ void CheckCommands(const std::vector<VerifiedPlugin>& plugins, const VerifySourc
         has_commands = has_commands || !plugin.commands.empty();
         for (const std::string& command : plugin.commands) {
             for (const std::string& error : verifier.Check(command)) {
-                AddFinding(findings, plugin, Severity::kError, FindingKind::kCommand,
-                           "command '" + command + "': " + error);
+                std::string text = "command '";
+                text.append(command).append("': ").append(error);
+                AddFinding(findings, plugin, Severity::kError, FindingKind::kCommand, text);
             }
         }
     }

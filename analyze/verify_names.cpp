@@ -72,9 +72,9 @@ void CheckRunOnceKeys(const std::vector<VerifiedPlugin>& plugins, Findings& find
         const std::string key = KeyOf(plugin);
         const std::string recorded = RecordedRunOnceKey(key);
         if (recorded != key) {
-            AddFinding(
-                findings, plugin, Severity::kWarning, FindingKind::kRunOnce,
-                "runs on every boot: its run-once key '" + key + "' is recorded as '" + recorded + "'");
+            std::string text = "runs on every boot: its run-once key '";
+            text.append(key).append("' is recorded as '").append(recorded).append("'");
+            AddFinding(findings, plugin, Severity::kWarning, FindingKind::kRunOnce, text);
         }
         if (const auto [owner, is_new] = owners.emplace(recorded, &plugin); !is_new) {
             AddSharedKey(*owner->second, plugin, recorded, findings);

@@ -131,8 +131,8 @@ void ReadyQueue::RankExpected(bool reverse) {
         }
         return;
     }
-    for (auto node = nodes.rbegin(); node != nodes.rend(); ++node) {
-        ComputeKnownDepth(**node, &Node::dependents_, &Node::height_);
+    for (std::size_t left = nodes.size(); left > 0; --left) {
+        ComputeKnownDepth(*nodes[left - 1], &Node::dependents_, &Node::height_);
     }
 }
 

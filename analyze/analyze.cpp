@@ -49,7 +49,7 @@ struct Request {
 
 BootProfile ReadProfile(const Request& request, const std::string& path) {
     BootProfile profile = ReadBootProfile(path);
-    request.diagnostics.WarnOfLog(path, profile.warnings);
+    request.diagnostics.WarnOfLog(path, profile);
     return profile;
 }
 

@@ -138,7 +138,14 @@ class Parser {
     }
 
   private:
-    void Warn(std::size_t line, std::string text) { profile_.warnings.push_back({line, std::move(text)}); }
+    void Warn(std::size_t line, std::string text) {
+        constexpr std::size_t kMostKept = 1000;  // a file that is no profile at all has one for each line
+        if (profile_.warnings.size() < kMostKept) {
+            profile_.warnings.push_back({line, std::move(text)});
+        } else {
+            ++profile_.more_warnings;
+        }
+    }
 
     bool TakeLine(std::string_view line) {
         return TakeFirstLine(line) || TakePlugin(line) || TakeSettingsMark(line) || TakeSetting(line);
@@ -162,7 +169,7 @@ class Parser {
         if (!plugin.has_value()) {
             return false;
         }
-        if (plugin->second.end < plugin->second.start) {
+        if (plugin->second.ran() && plugin->second.end < plugin->second.start) {
             Warn(line_, plugin->second.name + " ends before it starts: the clock was set back");
         }
         ContinueOrBegin(plugin->first);
@@ -194,7 +201,7 @@ class Parser {
             return (block.end = ParseStamp(line)).has_value();
         }
         if (Skip(line, " Random Seed: ")) {
-            return (block.settings.seed = ParseNumber<std::int32_t>(line)).has_value();
+            return (block.settings.seed = ParseNumber<std::int64_t>(line)).has_value();
         }
         for (const auto& [name, flag] : kFlags) {
             if (Skip(line, name) && (line == "0" || line == "1")) {

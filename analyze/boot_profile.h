@@ -26,9 +26,10 @@ struct PluginTimes {
     Instant start;
     Instant end;
 
-    /// False for one that the run left out: both stamps are zero then.
-    [[nodiscard]] bool ran() const { return start != Instant() || end != Instant(); }
-    /// Zero when the clock was set back meanwhile.
+    /// False for one that the run left out, whose stamps are both zero, and for one that was skipped at the
+    /// console, whose end is.
+    [[nodiscard]] bool ran() const { return end != Instant(); }
+    /// Zero for one that did not run, and when the clock was set back meanwhile.
     [[nodiscard]] Duration taken() const { return end > start ? end - start : Duration(0); }
 };
 
@@ -47,7 +48,7 @@ struct RunSettings {
     std::optional<bool> parallel;
     std::optional<bool> randomize;
     std::optional<bool> interactive;
-    std::optional<std::int32_t> seed;
+    std::optional<std::int64_t> seed;
 };
 
 /// One run. Fields that the log lacks are empty.
@@ -71,6 +72,7 @@ struct ProfileWarning {
 struct BootProfile {
     std::vector<ProfileBlock> blocks;
     std::vector<ProfileWarning> warnings;  ///< by line
+    std::size_t more_warnings = 0;         ///< of a log with so many that they are only counted
 };
 
 /// Reads the text of a log.

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "analyze/boot_profile.h"
 
+#include <cstdint>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -178,7 +180,7 @@ TEST(BootProfileTest, LinesThatAreNotUnderstoodAreNamedAndLeftOut) {
 
 TEST(BootProfileTest, SettingsThatAreNotUnderstoodLeaveTheBlockIncomplete) {
     for (const std::string line :
-         {" Verbose: 2", " Verbose: ", " Verbose: 00", " Random Seed: 5x", " Random Seed: 2147483648",
+         {" Verbose: 2", " Verbose: ", " Verbose: 00", " Random Seed: 5x", " Random Seed: 9223372036854775808",
           " Start: 2026", " End: ", " Start Daemon: x"}) {
         const std::string key = line.substr(0, line.find(':') + 1);
         std::string text = Boot("");
@@ -225,6 +227,26 @@ TEST(BootProfileTest, AClockThatWasSetBackIsSaidAndCountsAsNoTime) {
     std::string run = Boot("");
     run.replace(run.find(" End: 2026"), 10, " End: 2025");
     EXPECT_THAT(WarningsOf(run), ElementsAre("1: the run ends before it starts: the clock was set back"));
+}
+
+TEST(BootProfileTest, APluginThatWasSkippedAtTheConsoleDidNotRun) {
+    const std::string text =
+        Boot("[2026-11-15 15:00:05.000000 - 1970-01-01 00:00:00.000000] sysboot: skipped\n");
+    EXPECT_THAT(WarningsOf(text), IsEmpty());
+    EXPECT_FALSE(ParseBootProfile(text).blocks.at(0).plugins.at(0).ran());
+}
+
+TEST(BootProfileTest, ASeedIsAsLargeAsTheProgramMakesIt) {
+    std::string text = Boot();
+    text.replace(text.find("-5"), 2, "-9223372036854775808");
+    EXPECT_THAT(WarningsOf(text), IsEmpty());
+    EXPECT_EQ(std::numeric_limits<std::int64_t>::min(), ParseBootProfile(text).blocks.at(0).settings.seed);
+}
+
+TEST(BootProfileTest, OfALogThatIsNoneTheFirstWarningsAreKeptAndTheOthersCounted) {
+    const BootProfile profile = ParseBootProfile(std::string(5000, '\n'));
+    EXPECT_THAT(profile.warnings, SizeIs(1000));
+    EXPECT_EQ(4000U, profile.more_warnings);
 }
 
 /// What reading the log at `path` raises.

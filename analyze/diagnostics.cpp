@@ -10,7 +10,7 @@
 namespace bootweave {
 namespace {
 
-constexpr std::size_t kMostWarnings = 10;  // a file that is no profile at all has one for each line
+constexpr std::size_t kMostWarnings = 10;
 
 std::string LeftOut(std::size_t warnings) {
     return "warnings left out: " + std::to_string(warnings - kMostWarnings);
@@ -33,12 +33,13 @@ void Diagnostics::Warn(const std::vector<std::string>& warnings) {
     }
 }
 
-void Diagnostics::WarnOfLog(const std::string& path, const std::vector<ProfileWarning>& warnings) {
+void Diagnostics::WarnOfLog(const std::string& path, const BootProfile& profile) {
+    const std::vector<ProfileWarning>& warnings = profile.warnings;
     for (std::size_t index = 0; index < std::min(warnings.size(), kMostWarnings); ++index) {
         Say(path + ":" + std::to_string(warnings[index].line) + ": " + warnings[index].text);
     }
     if (warnings.size() > kMostWarnings) {
-        Say(path + ": " + LeftOut(warnings.size()));
+        Say(path + ": " + LeftOut(warnings.size() + profile.more_warnings));
     }
 }
 

@@ -20,7 +20,7 @@ class Diagnostics {
     /// A line for each of the first ten; one more says how many were left out.
     void Warn(const std::vector<std::string>& warnings);
     /// The same for those of the log at `path`, with their lines.
-    void WarnOfLog(const std::string& path, const std::vector<ProfileWarning>& warnings);
+    void WarnOfLog(const std::string& path, const BootProfile& profile);
 
   private:
     std::ostream& err_;

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "analyze/analyze.h"
+#include "util/signals.h"
 
 namespace {
 
@@ -24,6 +25,10 @@ int main(int argc, char** argv) {
     // Whoever starts this program may ignore child signals; waiting for a child would then never see its
     // status.
     ::signal(SIGCHLD, SIG_DFL);
+    // A picture that grows beyond the limit of files is an error like a full disk, and leaves nothing behind.
+    struct sigaction ignore {};
+    ignore.sa_handler = SIG_IGN;
+    bootweave::ChangeSignal(SIGXFSZ, ignore);
     const bool terminal = ::isatty(STDOUT_FILENO) == 1;
     return bootweave::RunAnalyze(argc, argv, std::cout, std::cerr,
                                  {.aligned = terminal, .coloured = terminal && WantsColours()});

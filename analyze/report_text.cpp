@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "analyze/timing.h"
+#include "util/harmless_text.h"
+#include "util/line_buffer.h"
 
 namespace bootweave {
 namespace {
@@ -64,9 +66,16 @@ void WriteRows(std::ostream& out, const Rows& rows, const TextStyle& style) {
     }
 }
 
+/// A path as it may be printed on a terminal.
+std::string Harmless(const std::string& path) {
+    LineBuffer text;
+    AppendHarmless(text, path);
+    return std::string(text.view());
+}
+
 std::string Title(const ChosenRun& run) {
-    return "Block " + std::to_string(run.number) + " of " + std::to_string(run.count) + " in " + run.path +
-           ": " + RunKindText(run.block.kind);
+    return "Block " + std::to_string(run.number) + " of " + std::to_string(run.count) + " in " +
+           Harmless(run.path) + ": " + RunKindText(run.block.kind);
 }
 
 void WriteTitle(std::ostream& out, const ChosenRun& run, const TextStyle& style) {
@@ -85,7 +94,7 @@ std::string FormatTaken(const std::optional<Duration>& taken) {
 void WriteListText(std::ostream& out, const std::string& path, const BootProfile& profile,
                    const TextStyle& style) {
     if (style.aligned) {
-        out << Emphasized("Runs in " + path, Emphasis::kBold, style) << "\n\n";
+        out << Emphasized("Runs in " + Harmless(path), Emphasis::kBold, style) << "\n\n";
     }
     Table table({{"BLOCK", true, 5},
                  {"KIND", false, 0},

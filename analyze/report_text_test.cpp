@@ -63,6 +63,14 @@ TEST(ReportTextTest, TimeSaysWhatTheBootTook) {
         Time(kBoot, kForPeople));
 }
 
+TEST(ReportTextTest, APathCannotSteerTheTerminal) {
+    ChosenRun run = RunOf(kBoot);
+    run.path = "/a\033[31m\nb";
+    std::ostringstream out;
+    WriteTimeText(out, run, kForPeople);
+    EXPECT_EQ(0U, out.str().find("Block 2 of 3 in /a\\x1b[31m\\x0ab: boot\n"));
+}
+
 TEST(ReportTextTest, ProgramsGetTabsAndNoHeader) {
     EXPECT_EQ(
         "Started\t2026-11-15 15:00:00.000123\n"

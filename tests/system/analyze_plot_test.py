@@ -121,6 +121,13 @@ class FileTest(SystemTest):
         self.assertEqual(("1\nold\n", "bootweave-analyze: cannot write /full/boot.svg: "
                           "No space left on device\n"), (end.stdout, end.stderr))
 
+    def test_a_picture_beyond_the_limit_of_files_is_an_error_and_leaves_nothing(self):
+        host = self.host(plugin("a"), _log([("a", 100, 900)], 1000))
+        end = host.shell(f"""mkdir /pictures && cd /pictures &&
+            (ulimit -f 1; {_ANALYZE} plot -o boot.svg); echo $?; ls""")
+        self.assertEqual(("1\n", "bootweave-analyze: cannot write boot.svg: File too large\n"),
+                         (end.stdout, end.stderr))
+
     def test_plugin_files_that_are_newer_than_the_run_cost_one_line(self):
         log = {path: text.replace("2099", "2001")
                for path, text in _log([("a", 1, 2), ("b", 1, 2)], 3).items()}

@@ -180,8 +180,8 @@ TEST(BootProfileTest, LinesThatAreNotUnderstoodAreNamedAndLeftOut) {
 
 TEST(BootProfileTest, SettingsThatAreNotUnderstoodLeaveTheBlockIncomplete) {
     for (const std::string line :
-         {" Verbose: 2", " Verbose: ", " Verbose: 00", " Random Seed: 5x", " Random Seed: 9223372036854775808",
-          " Start: 2026", " End: ", " Start Daemon: x"}) {
+         {" Verbose: 2", " Verbose: ", " Verbose: 00", " Random Seed: 5x",
+          " Random Seed: 9223372036854775808", " Start: 2026", " End: ", " Start Daemon: x"}) {
         const std::string key = line.substr(0, line.find(':') + 1);
         std::string text = Boot("");
         const std::size_t at = text.find("\n" + key);

@@ -12,7 +12,7 @@ _LINE = re.compile(r"(//|#|\.\\\"|/\*|;) SPDX-License-Identifier: Apache-2\.0( \
 _EXEMPT = re.compile(r".*\.(md|json|pot?)|LICENSE|\.editorconfig|(.*/)?\.gitignore|(.*/)?\.clang-format"
                      r"|tests/(system/.*/expected|fuzz/corpus)/.*"
                      r"|examples/(host/.*/etc|mistakes|plugins/debug)/.*"
-                     r"|docs/pictures/.*"
+                     r"|docs/(pictures|performance)/.*"
                      r"|debian/(changelog|copyright|source/format|.*\.README\.Debian)")
 
 

@@ -13,7 +13,7 @@ _CODE = {".cpp", ".h", ".c", ".py", ".sh", ".cmake"}
 
 # What a test compares with, or feeds to a parser, is data: its blanks and lines are what they are.
 # So are pictures, which programs have drawn.
-_DATA = re.compile(r"tests/(system/.*/expected/|fuzz/corpus/)|docs/pictures/")
+_DATA = re.compile(r"tests/(system/.*/expected/|fuzz/corpus/)|docs/(pictures|performance)/")
 
 
 def findings_in(path, data, is_code):

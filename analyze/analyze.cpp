@@ -9,10 +9,9 @@
 #include <vector>
 
 #include <sys/stat.h>
-
 #include <unistd.h>
-#include "analyze/boot_picture.h"
 
+#include "analyze/boot_picture.h"
 #include "analyze/boot_profile.h"
 #include "analyze/chosen_run.h"
 #include "analyze/critical_chain.h"

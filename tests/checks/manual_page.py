@@ -12,7 +12,7 @@ import re
 import subprocess
 
 import project
-from messages import joined, patterns_of
+from messages import joined, missing_texts
 
 # Page -> the source of the options that it has.
 _PAGES = {
@@ -170,19 +170,8 @@ def _plain(line):
 def messages_missing(page, product, not_in_page=frozenset(_NOT_IN_PAGE)):
     """What the page lacks of the texts of the product, {path: text of the source}, one line each."""
     known = joined([(line,) for line in lines_of_page(page)])
-    needless = set(not_in_page)
-    for path, source in sorted(product.items()):
-        if path in _NO_MESSAGES:
-            continue
-        for pattern in sorted(patterns_of(source), key=lambda pattern: pattern.line):
-            if pattern.is_name or pattern.stands_in(known):
-                continue
-            text = pattern.shown()[1:-1]        # without its quotes
-            needless.discard(text)
-            if text not in not_in_page:
-                yield f"{path}:{pattern.line}: {pattern.shown()} is not in the manual"
-    for text in sorted(needless):
-        yield f'"{text}" needs no exemption from the manual'
+    spoken = {path: source for path, source in product.items() if path not in _NO_MESSAGES}
+    return missing_texts(known, spoken, not_in_page, "the manual")
 
 
 def page_of(path):

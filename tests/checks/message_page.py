@@ -12,7 +12,7 @@ import re
 import project
 from cpp_text import HOLE
 from manual_page import _NO_MESSAGES, _product
-from messages import joined, patterns_of
+from messages import joined, missing_texts, patterns_of
 
 _PAGE = "docs/messages.md"
 _HOLE = "\ufffc"
@@ -76,17 +76,7 @@ def rows_of(page):
 
 def missing(rows, product, exempt):
     """The texts of the product, {path: text of the source}, that no row has; and exemptions without need."""
-    known = joined([row.pieces() for row in rows])
-    needless = set(exempt)
-    for path, source in sorted(product.items()):
-        for pattern in sorted(patterns_of(source), key=lambda pattern: pattern.line):
-            if pattern.is_name or pattern.stands_in(known):
-                continue
-            text = pattern.shown()[1:-1]        # without its quotes
-            needless.discard(text)
-            if text not in exempt:
-                yield f"{path}:{pattern.line}: {pattern.shown()} is not in {_PAGE}"
-    yield from (f'"{text}" needs no exemption from {_PAGE}' for text in sorted(needless))
+    return missing_texts(joined([row.pieces() for row in rows]), product, exempt, _PAGE)
 
 
 def _is_made_of(text, patterns):

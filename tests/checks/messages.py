@@ -123,6 +123,21 @@ def patterns_of(source):
                 yield pattern
 
 
+def missing_texts(known, product, exempt, where):
+    """What `where` lacks of the texts of the product, {path: text of the source}, one line each; and the
+    exemptions that nothing needs. `known` is all texts that it has, joined()."""
+    needless = set(exempt)
+    for path, source in sorted(product.items()):
+        for pattern in sorted(patterns_of(source), key=lambda pattern: pattern.line):
+            if pattern.is_name or pattern.stands_in(known):
+                continue
+            text = pattern.shown()[1:-1]        # without its quotes
+            needless.discard(text)
+            if text not in exempt:
+                yield f"{path}:{pattern.line}: {pattern.shown()} is not in {where}"
+    yield from (f'"{text}" needs no exemption from {where}' for text in sorted(needless))
+
+
 def findings_in(product, tests):
     """The texts that no test knows, one line each.
 

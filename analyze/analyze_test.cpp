@@ -143,7 +143,8 @@ TEST_F(AnalyzeTest, ARunIsImaginedWithOtherSettings) {
         outcome.out);
     EXPECT_TRUE(
         Run(kBoot, {"simulate", "--json", "--plugin-directory", dir_.path()})
-            .out.ends_with("\"plugins\":[{\"name\":\"storage\",\"at_us\":0,\"taken_us\":1250000}]}\n"));
+            .out.ends_with(
+                "\"plugins\":[{\"name\":\"storage\",\"at_us\":0,\"taken_us\":1250000,\"waited_us\":0}]}\n"));
 }
 
 TEST_F(AnalyzeTest, APictureGoesToStandardOutputOrIntoAFile) {

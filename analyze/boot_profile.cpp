@@ -228,8 +228,24 @@ class Parser {
         for (const ProfileBlock& block : profile_.blocks) {
             if (!IsComplete(block)) {
                 Warn(block.line, "the block that begins here is not complete");
-            } else if (*block.end < *block.start) {
+            }
+            if (block.start.has_value() && block.end.has_value() && *block.end < *block.start) {
                 Warn(block.line, "the run ends before it starts: the clock was set back");
+            } else {
+                LookForStrays(block);
+            }
+        }
+    }
+
+    /// Names the first plugin that did not run within the run.
+    void LookForStrays(const ProfileBlock& block) {
+        for (const PluginTimes& plugin : block.plugins) {
+            const bool early = block.start.has_value() && plugin.start < *block.start;
+            const bool late = block.end.has_value() && plugin.end > *block.end;
+            if (plugin.ran() && (early || late)) {
+                Warn(block.line, plugin.name + (early ? " starts before the run" : " ends after the run") +
+                                     ": the clock was set back");
+                return;
             }
         }
     }

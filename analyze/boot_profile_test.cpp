@@ -126,12 +126,14 @@ TEST(BootProfileTest, APluginWithTwoZeroStampsDidNotRun) {
     const PluginTimes never{.name = "a", .start = {}, .end = {}};
     EXPECT_FALSE(never.ran());
     EXPECT_EQ(Duration(0), never.taken());
-    const BootProfile profile = ParseBootProfile(
-        Boot("[1970-01-01 00:00:00.000000 - 1970-01-01 00:00:00.000000] sysboot: never\n"
-             "[1970-01-01 00:00:00.000000 - 1970-01-01 00:00:00.000001] sysboot: without a clock\n"));
-    EXPECT_THAT(profile.warnings, IsEmpty());
-    EXPECT_FALSE(profile.blocks.at(0).plugins.at(0).ran());
-    EXPECT_TRUE(profile.blocks.at(0).plugins.at(1).ran());
+    const std::string text = Boot(
+        "[1970-01-01 00:00:00.000000 - 1970-01-01 00:00:00.000000] sysboot: never\n"
+        "[1970-01-01 00:00:00.000000 - 1970-01-01 00:00:00.000001] sysboot: without a clock\n");
+    EXPECT_THAT(WarningsOf(text),
+                ElementsAre("1: without a clock starts before the run: the clock was set back"));
+    const ProfileBlock block = ParseBootProfile(text).blocks.at(0);
+    EXPECT_FALSE(block.plugins.at(0).ran());
+    EXPECT_TRUE(block.plugins.at(1).ran());
 }
 
 TEST(BootProfileTest, NamesMayHoldWhatLooksLikeTheRestOfTheLine) {
@@ -227,6 +229,14 @@ TEST(BootProfileTest, AClockThatWasSetBackIsSaidAndCountsAsNoTime) {
     std::string run = Boot("");
     run.replace(run.find(" End: 2026"), 10, " End: 2025");
     EXPECT_THAT(WarningsOf(run), ElementsAre("1: the run ends before it starts: the clock was set back"));
+}
+
+TEST(BootProfileTest, APluginThatRanBeforeOrAfterTheRunIsSaidOnce) {
+    const std::string early = "[2026-11-15 14:00:00.000000 - 2026-11-15 15:00:01.000000] sysboot: early\n";
+    EXPECT_THAT(WarningsOf(Boot(early + early)),
+                ElementsAre("1: early starts before the run: the clock was set back"));
+    EXPECT_THAT(WarningsOf(Boot("[2026-11-15 15:00:01.000000 - 2026-11-15 17:00:00.000000] sysboot: late\n")),
+                ElementsAre("1: late ends after the run: the clock was set back"));
 }
 
 TEST(BootProfileTest, APluginThatWasSkippedAtTheConsoleDidNotRun) {

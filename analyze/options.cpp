@@ -102,15 +102,15 @@ std::size_t ParseThreads(std::string_view text) {
 
 /// "PLUGIN=MS". A plugin's name may hold the character as well.
 std::pair<std::string, Duration> ParseTime(std::string_view text) {
-    constexpr std::int64_t kMost = 1'000'000'000;  // eleven days
+    constexpr std::int64_t kMost = 1'000'000'000;  // eleven days; the message has it, too
     const std::size_t equals = text.rfind('=');
     std::optional<std::int64_t> time;
     if (equals != std::string_view::npos && equals > 0) {
         time = ParseNumber<std::int64_t>(text.substr(equals + 1));
     }
     if (!time.has_value() || *time < 0 || *time > kMost) {
-        throw UsageException("--time takes PLUGIN=MS, such as storage=250, not '" + std::string(text) +
-                             "'; see --help");
+        throw UsageException("--time takes PLUGIN=MS with at most 1000000000 ms, such as storage=250, not '" +
+                             std::string(text) + "'; see --help");
     }
     return {std::string(text.substr(0, equals)), std::chrono::milliseconds(*time)};
 }

@@ -125,7 +125,8 @@ TEST(AnalyzeOptionsTest, WhatCannotBeImaginedIsRefused) {
                   ErrorOf({"simulate", "--threads=" + text}));
     }
     for (const std::string text : {"a", "a=", "=5", "a=-1", "a=1.5", "a=5ms", "a=1000000001"}) {
-        EXPECT_EQ("--time takes PLUGIN=MS, such as storage=250, not '" + text + "'; see --help",
+        EXPECT_EQ("--time takes PLUGIN=MS with at most 1000000000 ms, such as storage=250, not '" + text +
+                      "'; see --help",
                   ErrorOf({"simulate", "--time=" + text}));
     }
     EXPECT_EQ("option '--threads' is for simulate; see --help", ErrorOf({"time", "--threads=2"}));

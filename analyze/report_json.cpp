@@ -194,19 +194,21 @@ void WriteSimulationJson(std::ostream& out, const ChosenRun& run, const Simulati
     for (const SimulatedPlugin& plugin : simulation.plugins) {
         plugins.push_back(json::object{{"name", Utf8(run.block.plugins[plugin.plugin].name)},
                                        {"at_us", plugin.at.count()},
-                                       {"taken_us", plugin.taken.count()}});
+                                       {"taken_us", plugin.taken.count()},
+                                       {"waited_us", plugin.waited.count()}});
     }
     json::object report = ReportOn(run);
     report["threads"] = simulation.threads;
-    report["recorded_us"] = simulation.recorded.count();
-    report["simulated_us"] = simulation.simulated.count();
-    report["change_us"] = (simulation.simulated - simulation.recorded).count();
-    report["bound_us"] = simulation.bound().count();
-    report["bound_any_us"] = simulation.bound_of_any().count();
+    report["parallel"] = simulation.parallel;
+    report["recorded_us"] = Count(simulation.recorded);
+    report["simulated_us"] = Count(simulation.simulated());
+    report["change_us"] = Count(simulation.change());
+    report["bound_us"] = Count(simulation.bound());
+    report["bound_any_us"] = Count(simulation.bound_of_any());
     report["longest_chain_us"] = simulation.longest_chain.count();
     report["commands_us"] = simulation.commands.count();
     report["work_us"] = simulation.work.count();
-    report["outside_us"] = simulation.outside.count();
+    report["outside_us"] = Count(simulation.outside);
     report["plugins"] = std::move(plugins);
     out << json::serialize(report) << "\n";
 }

@@ -3,7 +3,7 @@
 
 #include <sstream>
 
-#include "gtest/gtest.h"
+#include "gmock/gmock.h"
 
 namespace bootweave {
 namespace {
@@ -115,19 +115,28 @@ TEST(ReportJsonTest, AnImaginedRunHasItsTimesAndThoseOfEachPlugin) {
     Simulation simulation;
     simulation.threads = 2;
     simulation.recorded = Duration(100);
-    simulation.simulated = Duration(90);
+    simulation.makespan = Duration(80);
     simulation.outside = Duration(10);
     simulation.work = Duration(130);
     simulation.longest_chain = Duration(60);
-    simulation.plugins = {{0, Duration(5), Duration(70)}};
+    simulation.plugins = {{0, Duration(5), Duration(60), Duration(10)}};
     std::ostringstream out;
     WriteSimulationJson(out, RunOf(kBoot), simulation);
-    EXPECT_EQ(R"({"profile":"/log","block":1,"blocks":1,"kind":"boot","threads":2,"recorded_us":100,)"
-              R"("simulated_us":90,"change_us":-10,"bound_us":75,"bound_any_us":70,"longest_chain_us":60,)"
-              R"("commands_us":0,"work_us":130,"outside_us":10,)"
-              R"("plugins":[{"name":"\"net\"","at_us":5,"taken_us":70}]})"
+    EXPECT_EQ(R"({"profile":"/log","block":1,"blocks":1,"kind":"boot","threads":2,"parallel":false,)"
+              R"("recorded_us":100,"simulated_us":90,"change_us":-10,"bound_us":75,"bound_any_us":70,)"
+              R"("longest_chain_us":60,"commands_us":0,"work_us":130,"outside_us":10,)"
+              R"("plugins":[{"name":"\"net\"","at_us":5,"taken_us":60,"waited_us":10}]})"
               "\n",
               out.str());
+    simulation.recorded.reset();
+    simulation.outside.reset();
+    std::ostringstream unknown;
+    WriteSimulationJson(unknown, RunOf(kBoot), simulation);
+    EXPECT_THAT(
+        unknown.str(),
+        testing::HasSubstr(R"("recorded_us":null,"simulated_us":null,"change_us":null,"bound_us":null,)"
+                           R"("bound_any_us":null,"longest_chain_us":60,)"
+                           R"("commands_us":0,"work_us":130,"outside_us":null,)"));
 }
 
 TEST(ReportJsonTest, ADifferenceHasBothSidesAndEachPlugin) {

@@ -150,13 +150,14 @@ void WriteSimulationText(std::ostream& out, const ChosenRun& run, const Simulati
                          const TextStyle& style) {
     const std::string threads =
         std::to_string(simulation.threads) + (simulation.threads == 1 ? " thread" : " threads");
+    const std::optional<Duration> change = simulation.change();
     WriteTitle(out, run, style);
     WriteRows(out,
-              {{"Recorded", FormatDuration(simulation.recorded)},
-               {"Simulated", FormatDuration(simulation.simulated) + " with " + threads},
-               {"Change", FormatChange(simulation.simulated - simulation.recorded)},
-               {"Bound for " + threads, FormatDuration(simulation.bound())},
-               {"Bound for any number", FormatDuration(simulation.bound_of_any())}},
+              {{"Recorded", FormatKnown(simulation.recorded)},
+               {"Simulated", FormatKnown(simulation.simulated()) + " with " + threads},
+               {"Change", change.has_value() ? FormatChange(*change) : kUnknown},
+               {"Bound for " + threads, FormatKnown(simulation.bound())},
+               {"Bound for any number", FormatKnown(simulation.bound_of_any())}},
               style);
 }
 

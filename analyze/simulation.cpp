@@ -3,10 +3,12 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <memory>
 #include <set>
 #include <unordered_map>
 
+#include "analyze/timing.h"
 #include "driver/worker_count.h"
 #include "graph/barrier.h"
 #include "graph/node.h"
@@ -105,7 +107,8 @@ class ImaginedRun {
         std::vector<SimulatedPlugin> plugins;
         for (const VirtualSpan& span : outcome.spans) {
             if (const auto found = index_of_.find(span.node); found != index_of_.end()) {
-                plugins.push_back({found->second, span.start, span.end - span.start});
+                const Duration taken = times_[found->second].value_or(Duration(0));
+                plugins.push_back({found->second, span.start, taken, span.end - span.start - taken});
             }
         }
         return plugins;
@@ -134,30 +137,60 @@ class ImaginedRun {
 Duration EndOf(const std::vector<SimulatedPlugin>& plugins) {
     Duration end{0};
     for (const SimulatedPlugin& plugin : plugins) {
-        end = std::max(end, plugin.at + plugin.taken);
+        end = std::max(end, plugin.at + plugin.taken + plugin.waited);
     }
     return end;
 }
 
-/// What the recorded run took, and what of it lies in front of the first plugin and behind the last.
+/// What the recorded run took, and what of it lies in front of the first plugin and behind the last. A boot
+/// whose first line is missing may have begun with plugins that are missing, too.
 void Measure(const ProfileBlock& block, Simulation& simulation) {
+    simulation.recorded = Summarize(block).total;
+    if (!simulation.recorded.has_value() || (block.kind == RunKind::kBoot && !block.kernel.has_value())) {
+        return;
+    }
     Instant first = Instant::max();
     Instant last = Instant::min();
     for (const PluginTimes& plugin : block.plugins) {
         if (plugin.ran()) {
             first = std::min(first, plugin.start);
-            last = std::max(last, plugin.start + plugin.taken());
+            last = std::max(last, plugin.end);
         }
     }
-    const Duration plugins = first < last ? last - first : Duration(0);
-    const bool any = first <= last;
-    if (any && block.start.has_value()) {
-        simulation.outside += std::max(first - *block.start, Duration(0));
+    simulation.outside = *simulation.recorded - (first < last ? last - first : Duration(0));
+}
+
+/// How many plugins ran at a time, at most; those that took no time do not count.
+std::size_t MostAtATime(const ProfileBlock& block) {
+    std::vector<std::pair<Instant, int>> changes;
+    for (const PluginTimes& plugin : block.plugins) {
+        if (plugin.taken() > Duration(0)) {
+            changes.emplace_back(plugin.start, 1);
+            changes.emplace_back(plugin.end, -1);
+        }
     }
-    if (any && block.end.has_value()) {
-        simulation.outside += std::max(*block.end - last, Duration(0));
+    std::sort(changes.begin(), changes.end());  // at one instant those that end come first
+    std::size_t running = 0;
+    std::size_t most = 0;
+    for (const auto& [instant, change] : changes) {
+        running = change > 0 ? running + 1 : running - 1;
+        most = std::max(most, running);
     }
-    simulation.recorded = plugins + simulation.outside;
+    return most;
+}
+
+/// Says what settings were taken for, where the profile does not tell them.
+void WarnOfSettings(const ProfileBlock& block, Simulation& simulation) {
+    if (!block.settings.parallel.has_value()) {
+        simulation.warnings.push_back(
+            std::string("the profile does not tell whether the run was serial or parallel: taken for ") +
+            (simulation.parallel ? "parallel, since plugins ran at the same time"
+                                 : "serial, since no two plugins ran at a time"));
+    }
+    if (!block.settings.randomize.has_value()) {
+        simulation.warnings.emplace_back(
+            "the profile does not tell whether the run chose at random: taken for one that did not");
+    }
 }
 
 /// Barriers that have lost the last of the providers that the run had.
@@ -178,51 +211,49 @@ std::vector<std::string> Orphans(const ProfileBlock& block, const RunGraph& grap
 
 }  // namespace
 
-Duration Simulation::bound() const {
+std::optional<Duration> Simulation::change() const {
+    const std::optional<Duration> total = simulated();
+    return total.has_value() && recorded.has_value() ? std::optional(*total - *recorded) : std::nullopt;
+}
+
+std::optional<Duration> Simulation::bound() const {
     const auto count = static_cast<Duration::rep>(threads);
     const Duration shared((work.count() + count - 1) / count);
-    return std::max(bound_of_any(), outside + shared);
+    return std::max(bound_of_any(), WithOutside(shared));
+}
+
+bool WasParallel(const ProfileBlock& block) {
+    return block.settings.parallel.value_or(MostAtATime(block) > 1);
 }
 
 std::size_t RecordedThreads(const ProfileBlock& block) {
-    if (!block.settings.parallel.value_or(false)) {
+    if (!WasParallel(block)) {
         return 1;
     }
-    std::vector<std::pair<Instant, int>> changes;
-    for (const PluginTimes& plugin : block.plugins) {
-        if (plugin.taken() > Duration(0)) {
-            changes.emplace_back(plugin.start, 1);
-            changes.emplace_back(plugin.end, -1);
-        }
-    }
-    std::sort(changes.begin(), changes.end());  // at one instant those that end come first
-    std::size_t running = 0;
-    std::size_t most = ParallelWorkers(block.plugins.size());
-    for (const auto& [instant, change] : changes) {
-        running = change > 0 ? running + 1 : running - 1;
-        most = std::max(most, running);
-    }
-    return std::max<std::size_t>(most, 1);
+    const std::size_t workers = ParallelWorkers(block.plugins.size());
+    return std::max({workers, MostAtATime(block), std::size_t{1}});
 }
 
 Simulation Simulate(const ProfileBlock& block, const RunGraph& graph, const WhatIf& what_if) {
     Simulation simulation;
     const Times times = TimesOf(block, what_if);
-    const bool was_serial = !block.settings.parallel.value_or(false);
+    simulation.parallel = WasParallel(block);
+    const bool was_serial = !simulation.parallel;
     for (std::size_t index = 0; index < times.size(); ++index) {
         const Duration time = times[index].value_or(Duration(0));
         simulation.work += time;
         simulation.commands += was_serial && graph.plugins[index].commands > 0 ? time : Duration(0);
     }
     simulation.threads = what_if.threads.value_or(RecordedThreads(block));
-    simulation.warnings = Orphans(block, graph, times);
+    WarnOfSettings(block, simulation);
+    std::ranges::move(Orphans(block, graph, times), std::back_inserter(simulation.warnings));
     Measure(block, simulation);
     simulation.plugins = ImaginedRun(block, graph, times, was_serial)
                              .Run(simulation.threads, block.settings.randomize.value_or(false));
     if (simulation.plugins.empty()) {
         throw Exception("no plugin would run");
     }
-    simulation.simulated = simulation.outside + EndOf(simulation.plugins);
+    simulation.makespan = EndOf(simulation.plugins);
     // With a worker for everything each plugin starts when the last that it waits for has ended.
     const std::size_t enough = graph.plugins.size() + graph.barriers.size();
     simulation.longest_chain = EndOf(ImaginedRun(block, graph, times, false).Run(enough, false));

@@ -32,25 +32,41 @@ struct WhatIf {
 struct SimulatedPlugin {
     std::size_t plugin;  ///< index in the block
     Duration at;         ///< from the first plugin's start
-    Duration taken;
+    Duration taken;      ///< by the plugin itself
+    Duration waited{0};  ///< for the turn of its host commands, besides
 };
 
-/// What came of it. Totals hold the time in front of the first plugin and behind the last one, as recorded.
+/// What came of it. Totals hold the time in front of the first plugin and behind the last one, as recorded;
+/// they are empty when the profile does not tell it: when it is cut, or the clock was set back.
 struct Simulation {
     std::size_t threads = 0;
-    Duration recorded{0};   ///< what the run took, in front of the first plugin and behind the last included
-    Duration simulated{0};  ///< the same of the imagined run
-    Duration outside{0};    ///< the part of both that is no plugin's
-    Duration work{0};       ///< of all plugins that run, added up
-    Duration longest_chain{0};  ///< of plugins that wait for each other
+    bool parallel = false;               ///< what the run was, or was taken for
+    std::optional<Duration> recorded{};  ///< what the run took
+    std::optional<Duration> outside{};   ///< the part of all totals that is no plugin's
+    Duration makespan{0};                ///< from the first plugin's imagined start to the last end
+    Duration work{0};                    ///< of all plugins that run, added up
+    Duration longest_chain{0};           ///< of plugins that wait for each other
     Duration commands{0};  ///< of plugins whose host commands wait for their turn; zero for a parallel run
     std::vector<SimulatedPlugin> plugins{};  ///< in the order in which workers take them
-    std::vector<std::string> warnings{};     ///< barriers that lose their last provider
+    std::vector<std::string> warnings{};     ///< settings that are not told, barriers without a provider
 
+    /// What the imagined run takes.
+    [[nodiscard]] std::optional<Duration> simulated() const { return WithOutside(makespan); }
+    [[nodiscard]] std::optional<Duration> change() const;
     /// What no order of the plugins on these threads can beat, and on any number of threads.
-    [[nodiscard]] Duration bound() const;
-    [[nodiscard]] Duration bound_of_any() const { return outside + std::max(longest_chain, commands); }
+    [[nodiscard]] std::optional<Duration> bound() const;
+    [[nodiscard]] std::optional<Duration> bound_of_any() const {
+        return WithOutside(std::max(longest_chain, commands));
+    }
+
+  private:
+    [[nodiscard]] std::optional<Duration> WithOutside(Duration time) const {
+        return outside.has_value() ? std::optional(*outside + time) : std::nullopt;
+    }
 };
+
+/// Whether the run was parallel; where the profile does not tell, whether plugins ran at the same time.
+[[nodiscard]] bool WasParallel(const ProfileBlock& block);
 
 /// The workers that the run had, as far as can be told: one for a serial run; for a parallel one as many as
 /// this host would have, or as plugins ran at a time if that is more.

@@ -2,6 +2,7 @@
 #include "analyze/simulation.h"
 
 #include <chrono>
+#include <optional>
 
 #include "gmock/gmock.h"
 #include "graph/stall.h"
@@ -23,6 +24,9 @@ class SimulationTest : public testing::Test {
     SimulationTest() {
         FakePlatform::Reset();
         StallWatch::Reset();
+        block_.kernel = Duration(0);
+        block_.settings.parallel = false;
+        block_.settings.randomize = false;
         block_.start = kBegin;
         block_.plugins = {
             Ran("a", 5, 35), Ran("b", 35, 55), Ran("c", 55, 105), Ran("d", 105, 145), {"e", {}, {}}};
@@ -45,15 +49,25 @@ class SimulationTest : public testing::Test {
     /// Each plugin as "NAME AT+TAKEN", as they were taken.
     std::vector<std::string> Run(const WhatIf& what_if) {
         std::vector<std::string> plugins;
-        for (const auto& [plugin, at, taken] : Simulate(block_, graph_, what_if).plugins) {
+        for (const auto& [plugin, at, taken, waited] : Simulate(block_, graph_, what_if).plugins) {
             plugins.push_back(block_.plugins[plugin].name + " " + std::to_string(at.count()) + "+" +
-                              std::to_string(taken.count()));
+                              std::to_string((taken + waited).count()));
         }
         return plugins;
     }
 
     int Total(const WhatIf& what_if) {
-        return static_cast<int>(Simulate(block_, graph_, what_if).simulated.count());
+        return static_cast<int>(Simulate(block_, graph_, what_if).simulated().value().count());
+    }
+
+    void ExpectUnknownTotals(const std::optional<Duration>& recorded) {
+        const Simulation simulation = Simulate(block_, graph_, {});
+        EXPECT_EQ(recorded, simulation.recorded);
+        for (const std::optional<Duration>& total :
+             {simulation.outside, simulation.simulated(), simulation.change(), simulation.bound(),
+              simulation.bound_of_any()}) {
+            EXPECT_EQ(std::nullopt, total);
+        }
     }
 
     std::string ErrorOf(const WhatIf& what_if) {
@@ -73,7 +87,8 @@ TEST_F(SimulationTest, WithTheSettingsOfTheRunItTakesWhatTheRunTook) {
     const Simulation simulation = Simulate(block_, graph_, {});
     EXPECT_EQ(1U, simulation.threads);
     EXPECT_EQ(Duration(152), simulation.recorded);
-    EXPECT_EQ(Duration(152), simulation.simulated);
+    EXPECT_EQ(Duration(152), simulation.simulated());
+    EXPECT_EQ(Duration(0), simulation.change());
     EXPECT_EQ(Duration(12), simulation.outside);
     EXPECT_EQ(Duration(140), simulation.work);
     EXPECT_THAT(simulation.warnings, IsEmpty());
@@ -91,7 +106,7 @@ TEST_F(SimulationTest, NoNumberOfThreadsBeatsTheLongestChain) {
         EXPECT_EQ(Duration(80), simulation.longest_chain);
         EXPECT_EQ(Duration(92), simulation.bound_of_any());
         EXPECT_LE(simulation.bound_of_any(), simulation.bound());
-        EXPECT_LE(simulation.bound(), simulation.simulated);
+        EXPECT_LE(simulation.bound(), simulation.simulated());
     }
 }
 
@@ -103,7 +118,7 @@ TEST_F(SimulationTest, HostCommandsOfASerialRunWaitForTheirTurn) {
     EXPECT_THAT(Run({.threads = 9}), ElementsAre("a 0+30", "d 0+70", "b 30+60", "c 30+110"));
     const Simulation simulation = Simulate(block_, graph_, {.threads = 9});
     EXPECT_EQ(Duration(140), simulation.commands);
-    EXPECT_EQ(Duration(152), simulation.simulated);
+    EXPECT_EQ(Duration(152), simulation.simulated());
     EXPECT_EQ(Duration(152), simulation.bound_of_any());
     EXPECT_EQ(Duration(152), simulation.bound());
     EXPECT_EQ(Duration(80), simulation.longest_chain);
@@ -122,7 +137,8 @@ TEST_F(SimulationTest, FewThreadsAreBoundByTheWork) {
     EXPECT_EQ(Duration(12 + 140), Simulate(block_, graph_, {.threads = 1}).bound());
     EXPECT_EQ(Duration(12 + 80), Simulate(block_, graph_, {.threads = 2}).bound());
     block_.plugins[3].end += Duration(41);
-    EXPECT_EQ(Duration(5 + 91), Simulate(block_, graph_, {.threads = 2}).bound());  // 181 by 2, rounded up
+    *block_.end += Duration(41);
+    EXPECT_EQ(Duration(12 + 91), Simulate(block_, graph_, {.threads = 2}).bound());  // 181 by 2, rounded up
 }
 
 TEST_F(SimulationTest, APluginThatIsLeftOutHoldsNobodyUp) {
@@ -147,12 +163,63 @@ TEST_F(SimulationTest, ANameStandsForAllPluginsThatHaveIt) {
     EXPECT_EQ(152 - 70, Total({.without = {"a"}}));
 }
 
-TEST_F(SimulationTest, ARunWithoutAStartAndAnEndIsThatOfItsPlugins) {
-    block_.start.reset();
+TEST_F(SimulationTest, TheTotalsOfACutProfileAreUnknown) {
+    const ProfileBlock whole = block_;
     block_.end.reset();
-    const Simulation simulation = Simulate(block_, graph_, {});
-    EXPECT_EQ(Duration(140), simulation.recorded);
-    EXPECT_EQ(Duration(140), simulation.simulated);
+    ExpectUnknownTotals(std::nullopt);
+    block_ = whole;
+    block_.start.reset();
+    ExpectUnknownTotals(std::nullopt);
+    block_ = whole;
+    block_.kernel.reset();  // plugins may be missing behind the first line
+    ExpectUnknownTotals(Duration(152));
+    block_.kind = RunKind::kDaemon;  // which has no such line
+    EXPECT_EQ(Duration(152), Simulate(block_, graph_, {}).simulated());
+}
+
+TEST_F(SimulationTest, TheTotalsOfARunThatSetTheClockBackAreUnknown) {
+    const ProfileBlock whole = block_;
+    block_.end = kBegin - Duration(1);
+    ExpectUnknownTotals(std::nullopt);
+    block_ = whole;
+    block_.plugins[1].end = block_.plugins[1].start - Duration(1);
+    ExpectUnknownTotals(std::nullopt);
+}
+
+TEST_F(SimulationTest, WhatAPluginWaitsForItsTurnIsNoneOfItsTime) {
+    for (RunPlugin& plugin : graph_.plugins) {
+        plugin.commands = 1;
+    }
+    Duration taken(0);
+    std::vector<std::string> waited;
+    for (const SimulatedPlugin& plugin : Simulate(block_, graph_, {.threads = 9}).plugins) {
+        EXPECT_EQ(block_.plugins[plugin.plugin].taken(), plugin.taken);
+        taken += plugin.taken;
+        waited.push_back(block_.plugins[plugin.plugin].name + " " + std::to_string(plugin.waited.count()));
+    }
+    EXPECT_EQ(Duration(140), taken);
+    EXPECT_THAT(waited, ElementsAre("a 0", "d 30", "b 40", "c 60"));
+}
+
+TEST_F(SimulationTest, WhatTheProfileDoesNotTellOfTheSettingsIsSaid) {
+    block_.settings = {};
+    const Simulation apart = Simulate(block_, graph_, {});
+    EXPECT_FALSE(apart.parallel);
+    EXPECT_EQ(1U, apart.threads);
+    EXPECT_THAT(apart.warnings,
+                ElementsAre("the profile does not tell whether the run was serial or parallel: taken for "
+                            "serial, since no two plugins ran at a time",
+                            "the profile does not tell whether the run chose at random: taken for one that "
+                            "did not"));
+    block_.settings.randomize = false;
+    block_.plugins[1].end += Duration(1);
+    const Simulation side_by_side = Simulate(block_, graph_, {.threads = 3});
+    EXPECT_TRUE(side_by_side.parallel);
+    EXPECT_THAT(side_by_side.warnings,
+                ElementsAre("the profile does not tell whether the run was serial or parallel: taken for "
+                            "parallel, since plugins ran at the same time"));
+    FakePlatform::SetProcessorCount(2);
+    EXPECT_EQ(4U, Simulate(block_, graph_, {}).threads);
 }
 
 TEST_F(SimulationTest, WhatCannotBeImaginedIsAnError) {

@@ -12,6 +12,16 @@ double Ratio(Duration part, Duration whole) {
 
 }  // namespace
 
+bool WasClockSetBack(const ProfileBlock& block) {
+    const bool whole = block.start.has_value() && block.end.has_value();
+    return (whole && *block.end < *block.start) ||
+           std::any_of(block.plugins.begin(), block.plugins.end(), [&](const PluginTimes& plugin) {
+               return plugin.ran() && (plugin.end < plugin.start ||
+                                       (block.start.has_value() && plugin.start < *block.start) ||
+                                       (block.end.has_value() && plugin.end > *block.end));
+           });
+}
+
 TimeSummary Summarize(const ProfileBlock& block) {
     TimeSummary summary;
     for (const PluginTimes& plugin : block.plugins) {
@@ -22,7 +32,7 @@ TimeSummary Summarize(const ProfileBlock& block) {
             summary.idle.push_back(plugin.name);
         }
     }
-    if (block.start.has_value() && block.end.has_value() && *block.end >= *block.start) {
+    if (block.start.has_value() && block.end.has_value() && !WasClockSetBack(block)) {
         summary.total = *block.end - *block.start;
     }
     if (summary.total.has_value() && *summary.total > Duration(0)) {

@@ -51,6 +51,16 @@ TEST(TimingTest, ARunWithoutAnEndOrWithAClockSetBackHasNoTotal) {
     EXPECT_EQ(Duration(80), Summarize(block).plugins);
 }
 
+TEST(TimingTest, APluginBesideItsRunShowsThatTheClockWasSetBack) {
+    EXPECT_FALSE(WasClockSetBack(Block({Ran("a", 0, 80), {"never", {}, {}}}, 80)));
+    for (const PluginTimes& plugin : {Ran("back", 5, 4), Ran("early", -1, 4), Ran("late", 1, 81)}) {
+        const ProfileBlock block = Block({plugin}, 80);
+        EXPECT_TRUE(WasClockSetBack(block)) << plugin.name;
+        EXPECT_EQ(std::nullopt, Summarize(block).total) << plugin.name;
+    }
+    EXPECT_FALSE(WasClockSetBack({}));
+}
+
 TEST(TimingTest, BlameHasTheLongestFirstAndEqualOnesInTheOrderOfTheLog) {
     std::vector<std::string> names;
     double sum = 0;

@@ -172,10 +172,10 @@ class BootReader {
     std::vector<std::string>& warnings_;
 };
 
-/// The start priorities of the host's init scripts by name, as a run of daemons counts them.
-std::map<std::string, std::uint32_t> ReadPriorities(const std::string& lister) {
+/// The start priorities of init scripts by name, as a run of daemons counts them.
+std::map<std::string, std::uint32_t> PrioritiesOf(const InitScripts& scripts) {
     std::map<std::string, std::uint32_t> priorities;
-    for (const auto& [priority, path] : ListInitScripts(lister)) {
+    for (const auto& [priority, path] : scripts) {
         priorities.emplace(Harmless(path.substr(path.rfind('/') + 1)), static_cast<std::uint32_t>(priority));
     }
     return priorities;
@@ -190,7 +190,9 @@ bool IsStop(const ProfileBlock& block, const DaemonsByPriority& daemons) {
     const auto first_start = [&](const std::vector<std::size_t>& indices) {
         Instant first = Instant::max();
         for (const std::size_t index : indices) {
-            first = std::min(first, block.plugins[index].start);
+            if (block.plugins[index].ran()) {
+                first = std::min(first, block.plugins[index].start);
+            }
         }
         return first;
     };
@@ -212,13 +214,17 @@ void ChainPriorities(Iterator first, Iterator last, std::vector<Needs>& all) {
 
 std::vector<Needs> ReadDaemons(const ProfileBlock& block, const GraphSources& sources,
                                std::vector<std::string>& warnings) {
-    const std::map<std::string, std::uint32_t> priorities = ReadPriorities(sources.lister);
+    const InitScriptListing listing = RunInitScriptLister(sources.lister);
+    if (!listing.failure.empty()) {
+        warnings.push_back("cannot list the init scripts: " + listing.failure);
+    }
+    const std::map<std::string, std::uint32_t> priorities = PrioritiesOf(listing.scripts);
     DaemonsByPriority daemons;
     for (std::size_t index = 0; index < block.plugins.size(); ++index) {
         const std::string& name = block.plugins[index].name;
         if (const auto found = priorities.find(name); found != priorities.end()) {
             daemons[found->second].push_back(index);
-        } else {
+        } else if (block.plugins[index].ran() && listing.failure.empty()) {
             warnings.push_back(name + " is no init script any more: what it waited for is unknown");
         }
     }

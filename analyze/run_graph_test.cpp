@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <set>
 
+#include <sys/stat.h>
+
 #include "gmock/gmock.h"
 #include "tests/support/temp_dir.h"
 #include "util/exception.h"
@@ -68,9 +70,16 @@ class RunGraphTest : public testing::Test {
 
     /// Reads a block of daemons on a host with these init scripts, a line each.
     RunGraph ReadDaemons(const std::string& scripts) {
+        return ReadDaemonsFrom(Lister("cat <<'end'\n" + scripts + "end\n"));
+    }
+    RunGraph ReadDaemonsFrom(const std::string& lister) {
         block_.kind = RunKind::kDaemon;
-        return ReadRunGraph(block_,
-                            {.directory = "/no/such", .lister = "cat " + dir_.WriteFile("scripts", scripts)});
+        return ReadRunGraph(block_, {.directory = "/no/such", .lister = lister});
+    }
+    std::string Lister(const std::string& script) {
+        const std::string path = dir_.WriteFile("lister", "#!/bin/sh\n" + script);
+        EXPECT_EQ(0, ::chmod(path.c_str(), 0700));
+        return path;
     }
 
     TempDir dir_;
@@ -224,6 +233,30 @@ TEST_F(RunGraphTest, ADaemonWithoutAScriptCostsAWarning) {
     EXPECT_THAT(graph.warnings,
                 ElementsAre("gone is no init script any more: what it waited for is unknown"));
     EXPECT_THAT(Providers(graph), ElementsAre(IsEmpty()));
+}
+
+TEST_F(RunGraphTest, ADaemonThatDidNotRunCostsNone) {
+    block_.plugins.push_back({"gone", Instant(), Instant()});
+    EXPECT_THAT(ReadDaemons("").warnings, IsEmpty());
+}
+
+TEST_F(RunGraphTest, ADaemonThatDidNotRunMakesNoStopOfAStart) {
+    Ran({"first", "last"});
+    block_.plugins[1].start += Duration(10);
+    block_.plugins.push_back({"left-out", Instant(), Instant()});
+    const RunGraph graph = ReadDaemons("/etc/init.d/first 5\n/etc/init.d/last 20\n/etc/init.d/left-out 30\n");
+    EXPECT_THAT(Providers(graph), ElementsAre(IsEmpty(), ElementsAre(0), ElementsAre(1)));
+}
+
+TEST_F(RunGraphTest, AListerThatFailsIsToldOnceAndNotForEachDaemon) {
+    Ran({"one", "two"});
+    EXPECT_THAT(ReadDaemonsFrom("/no/such").warnings,
+                ElementsAre("cannot list the init scripts: /no/such: No such file or directory"));
+    const std::string lister = Lister("echo /etc/init.d/one 5; exit 3\n");
+    const RunGraph graph = ReadDaemonsFrom(lister);
+    EXPECT_THAT(graph.warnings,
+                ElementsAre("cannot list the init scripts: " + lister + ": exited with status 3"));
+    EXPECT_EQ("daemon unknown ", Kinds(graph));
 }
 
 TEST_F(RunGraphTest, ADirectoryThatCannotBeReadIsAnError) {

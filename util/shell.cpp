@@ -1,19 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "util/shell.h"
 
-#include <array>
 #include <cerrno>
 #include <csignal>
 #include <mutex>
+#include <utility>
 
 #include <unistd.h>
 
 #include "util/child_process.h"
-#include "util/error_text.h"
-#include "util/exception.h"
-#include "util/retry.h"
+#include "util/program_output.h"
 #include "util/signals.h"
-#include "util/unique_fd.h"
 
 namespace bootweave {
 namespace {
@@ -68,34 +65,14 @@ class ChildSignalsBlocked {
     sigset_t before_{};
 };
 
-std::optional<ChildProcess> SpawnShell(const std::string& command, int output) {
+SpawnOptions ShellOptions(const std::string& command) {
     SpawnOptions options;
     options.path = kShell;
     options.argv = {"sh", "-c", command};
     options.inherit_environment = true;
-    options.descriptors = {
-        {STDIN_FILENO, STDIN_FILENO}, {output, STDOUT_FILENO}, {STDERR_FILENO, STDERR_FILENO}};
-    return ChildProcess::Spawn(options);
+    options.descriptors = {{STDIN_FILENO, STDIN_FILENO}, {STDERR_FILENO, STDERR_FILENO}};
+    return options;
 }
-
-std::string ReadToEnd(const UniqueFd& pipe) {
-    std::string output;
-    std::array<char, 4096> buffer;
-    for (;;) {
-        const ssize_t count = RetryOnEintr([&] { return ::read(pipe.get(), buffer.data(), buffer.size()); });
-        if (count < 0) {
-            throw Exception(LastErrorText());
-        }
-        if (count == 0) {
-            return output;
-        }
-        output.append(buffer.data(), static_cast<std::size_t>(count));
-    }
-}
-
-}  // namespace
-
-namespace {
 
 /// Whether a start failed for want of anything that a child needs, and not for want of the shell.
 bool IsExhausted(int error) {
@@ -107,7 +84,9 @@ bool IsExhausted(int error) {
 int RunShellCommand(const std::string& command) {
     const KeyboardSignalsIgnored keyboard;
     const ChildSignalsBlocked children;
-    std::optional<ChildProcess> child = SpawnShell(command, STDOUT_FILENO);
+    SpawnOptions options = ShellOptions(command);
+    options.descriptors.emplace_back(STDOUT_FILENO, STDOUT_FILENO);
+    std::optional<ChildProcess> child = ChildProcess::Spawn(options);
     if (!child.has_value()) {
         return IsExhausted(errno) ? -1 : kNoShell;
     }
@@ -115,18 +94,8 @@ int RunShellCommand(const std::string& command) {
 }
 
 std::optional<std::string> ReadShellCommand(const std::string& command) {
-    Pipe pipe = Pipe::Create();
-    if (!pipe.read_end.valid()) {
-        return std::nullopt;
-    }
-    std::optional<ChildProcess> child = SpawnShell(command, pipe.write_end.get());
-    if (!child.has_value()) {
-        return std::nullopt;
-    }
-    pipe.write_end.Reset();
-    std::string output = ReadToEnd(pipe.read_end);
-    static_cast<void>(child->Wait());
-    return output;
+    std::optional<ProgramOutput> output = ReadProgram(ShellOptions(command));
+    return output.has_value() ? std::optional(std::move(output->text)) : std::nullopt;
 }
 
 }  // namespace bootweave

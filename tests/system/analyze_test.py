@@ -157,6 +157,18 @@ class BlockTest(SystemTest):
         self.assertEqual([["one", "priority 20"], ["two", "priority 30"], ["three", "-"]],
                          [line.split("\t")[3:] for line in end.stdout.splitlines()])
 
+    def test_without_the_lister_the_order_of_daemons_is_unknown_and_one_line_says_why(self):
+        failures = {"rm /bin/chkconfig": "No such file or directory",
+                    "chmod -x /bin/chkconfig": "Permission denied",
+                    "printf '#!/bin/sh\\nexit 3' >/bin/chkconfig": "exited with status 3",
+                    "printf '#!/bin/sh\\nkill -9 $$' >/bin/chkconfig": "killed by signal 9"}
+        for spoil, reason in failures.items():
+            with self.subTest(spoil):
+                end = self.host(init_scripts(one=10, two=20)).shell(
+                    f"""{{ bootweave && bootweave --daemon=wait --method=start; }} >/dev/null && {spoil} &&
+                    exec {_ANALYZE} critical-chain --boot last""")
+                said = f"bootweave-analyze: cannot list the init scripts: /bin/chkconfig: {reason}\n"
+                self.assertEqual((0, said), (end.status, end.stderr))
 
 class DifferenceTest(SystemTest):
     """Two boots compared."""

@@ -4,12 +4,12 @@
 # The Debian packages that the scripts need, and installing what is missing of them.
 
 # To build the program.
-PACKAGES_BUILD=(
-    cmake g++ ninja-build
+PACKAGES_LIBRARIES=(
     libboost1.81-dev libboost-filesystem1.81-dev libboost-iostreams1.81-dev libboost-json1.81-dev
     libboost-regex1.81-dev zlib1g-dev
     libgmock-dev libgtest-dev
 )
+PACKAGES_BUILD=(cmake g++ ninja-build "${PACKAGES_LIBRARIES[@]}")
 
 # To boot the sample host on a throw-away host. Of the small syslog daemons, busybox's comes as a program
 # alone: the others' packages bring a service that would start here and push this machine's log daemon out.
@@ -40,6 +40,13 @@ PACKAGES_PICTURES=(chromium graphviz)
 
 # To report what tests have run.
 PACKAGES_COVERAGE=(gcovr python3)
+
+# To build for 64-bit Arm on a processor of another kind, and to run the tests there. On kernels before Linux
+# 6.7, as Debian 12 has one, only the whole machine can have an interpreter of such programs; the last one
+# brings it. What scripts/lib/arm64-sysroot loads is not installed.
+PACKAGES_ARM64=(g++-aarch64-linux-gnu qemu-user)
+PACKAGES_ARM64_INTERPRETER=(qemu-user-binfmt)
+PACKAGES_ARM64_SYSROOT=(libc6 libstdc++6 "${PACKAGES_LIBRARIES[@]}")
 
 # need_packages PACKAGE...: returns when all are installed. As root, or with a sudo that asks nothing or can
 # ask, installs the missing ones; otherwise prints the one line that does, and ends the script.

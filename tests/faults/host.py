@@ -87,8 +87,7 @@ def _make_tree(tree, tools):
     _put(tree, "/usr/lib/faults/seeds/sysboot.log", OLD_PROFILE)
     record = "bootweave.run-once=" + "".join(key + "," for key in OLD_KEYS) + "\n"
     _put(tree, "/usr/lib/faults/seeds/bootweav.gz", gzip.compress(record.encode(), mtime=0))
-    for directory in ("bootbank", "var/log", "var/lib/corvane", "usr/lib/corvane/hostcli/ext",
-                      "usr/lib/corvane/hostcli/int/ext"):
+    for directory in ("bootbank", "var/log", "var/lib/corvane"):
         os.makedirs(os.path.join(tree, directory), exist_ok=True)
 
 

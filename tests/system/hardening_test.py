@@ -74,6 +74,13 @@ class ProgramTest(SystemTest):
 
 
 class FileTest(SystemTest):
+    def test_what_others_put_into_the_program_s_directories_has_them_there_at_once(self):
+        for directory in ("etc/corvane/bootweave", "usr/lib/corvane/hostcli/ext",
+                          "usr/lib/corvane/hostcli/int/ext", "usr/libexec/bootweave/plugins"):
+            mode = os.lstat(os.path.join(os.environ[STAGE_VARIABLE], directory)).st_mode
+            self.assertTrue(stat.S_ISDIR(mode), directory)
+            self.assertEqual(0o755, stat.S_IMODE(mode), directory)
+
     def test_nobody_but_their_owner_may_write_them_and_none_runs_as_somebody_else(self):
         stage = os.environ[STAGE_VARIABLE]
         found = []

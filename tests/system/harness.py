@@ -314,9 +314,8 @@ class Host:
         self._runs = 0
         self._own_program = PROGRAM in files or any(
             os.path.exists(os.path.join(tree, PROGRAM.lstrip("/"))) for tree in self._trees)
-        # What an installed host has before the program runs.
-        self.write({"/run/corvane": Directory(), "/bootbank": Directory(), PLUGINS: Directory(),
-                    f"{COMMANDS}/int/ext": Directory(), f"{COMMANDS}/ext": Directory(), **files})
+        # What a host has before the program runs, beside what is installed.
+        self.write({"/run/corvane": Directory(), "/bootbank": Directory(), **files})
         if setup is not None:
             self._setup = os.path.join(self._directory, "setup")
             with open(self._setup, "w", encoding="utf-8") as file:

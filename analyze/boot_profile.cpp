@@ -8,10 +8,9 @@
 #include <system_error>
 #include <utility>
 
+#include "analyze/field_text.h"
 #include "util/error_text.h"
 #include "util/exception.h"
-#include "util/harmless_text.h"
-#include "util/line_buffer.h"
 #include "util/read_file.h"
 
 namespace bootweave {
@@ -58,6 +57,7 @@ bool HasShapeOfStamp(std::string_view text) {
                       });
 }
 
+/// Nothing for a time before 1970, which no run writes.
 std::optional<Instant> ParseStamp(std::string_view text) {
     using namespace std::chrono;
     if (!HasShapeOfStamp(text)) {
@@ -70,7 +70,7 @@ std::optional<Instant> ParseStamp(std::string_view text) {
     const unsigned hour = field(11, 2);
     const unsigned minute = field(14, 2);
     const unsigned second = field(17, 2);
-    if (!date.ok() || hour > 23 || minute > 59 || second > 59) {
+    if (!date.ok() || date.year() < year(1970) || hour > 23 || minute > 59 || second > 59) {
         return std::nullopt;
     }
     return sys_days(date) + hours(hour) + minutes(minute) + seconds(second) + microseconds(field(20, 6));
@@ -100,9 +100,7 @@ std::optional<std::pair<RunKind, PluginTimes>> ParsePlugin(std::string_view line
     }
     for (const auto& [mark, kind] : kPluginMarks) {
         if (Skip(line, mark)) {
-            LineBuffer name;
-            AppendHarmless(name, line);
-            return std::pair(kind, PluginTimes{std::string(name.view()), *start, *end});
+            return std::pair(kind, PluginTimes{FieldText(line), *start, *end});
         }
     }
     return std::nullopt;
@@ -115,6 +113,10 @@ bool IsComplete(const ProfileBlock& block) {
            std::all_of(kFlags.begin(), kFlags.end(),
                        [&](const auto& flag) { return (settings.*flag.second).has_value(); });
 }
+
+/// More than three times what one plugin can take by stamps of four-digit years, and so little that sums of
+/// two such sums are far from an overflow.
+constexpr Duration kMostTogether = std::chrono::years(30'000);
 
 class Parser {
   public:
@@ -173,6 +175,13 @@ class Parser {
             Warn(line_, plugin->second.name + " ends before it starts: the clock was set back");
         }
         ContinueOrBegin(plugin->first);
+        if (plugin->second.taken() > kMostTogether - together_) {
+            Warn(line_, plugin->second.name +
+                            " takes the times of the run beyond what can be added up, and is "
+                            "left out");
+            return true;
+        }
+        together_ += plugin->second.taken();
         profile_.blocks.back().plugins.push_back(std::move(plugin->second));
         return true;
     }
@@ -215,6 +224,7 @@ class Parser {
     void Begin(RunKind kind) {
         profile_.blocks.push_back({.kind = kind, .line = line_});
         in_settings_ = false;
+        together_ = Duration(0);
     }
 
     /// A block's plugins stand before its settings, so what comes behind those is the next block's.
@@ -253,6 +263,7 @@ class Parser {
     BootProfile profile_;
     std::size_t line_ = 0;
     bool in_settings_ = false;  // of the last block
+    Duration together_{0};      // what the plugins of the last block took
 };
 
 }  // namespace

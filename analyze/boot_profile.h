@@ -56,7 +56,7 @@ struct ProfileBlock {
     RunKind kind = RunKind::kBoot;
     std::size_t line = 0;                ///< where it begins, from 1
     std::optional<Duration> kernel{};    ///< boots: how long the host was up when the run began
-    std::vector<PluginTimes> plugins{};  ///< in the order of the log
+    std::vector<PluginTimes> plugins{};  ///< in the order of the log; their times can be added up
     std::optional<Instant> start{};
     std::optional<Instant> end{};
     RunSettings settings{};

@@ -239,6 +239,30 @@ TEST(BootProfileTest, APluginThatRanBeforeOrAfterTheRunIsSaidOnce) {
                 ElementsAre("1: late ends after the run: the clock was set back"));
 }
 
+TEST(BootProfileTest, StampsBefore1970AreNone) {
+    EXPECT_THAT(WarningsOf(Boot("[1969-12-31 23:59:59.999999 - 2026-11-15 15:00:01.000000] sysboot: old\n")),
+                ElementsAre("2: not understood, and left out"));
+}
+
+TEST(BootProfileTest, TimesThatCannotBeAddedUpAreLeftOut) {
+    const std::string ages = "[1970-01-01 00:00:00.000001 - 9999-12-31 23:59:59.999999] sysboot: ages\n";
+    std::string many;
+    for (int line = 0; line < 50; ++line) {
+        many += ages;
+    }
+    const BootProfile profile = ParseBootProfile(Boot(many) + Boot(ages));
+    EXPECT_EQ(3U, profile.blocks.at(0).plugins.size());
+    EXPECT_EQ(1U, profile.blocks.at(1).plugins.size());
+    ASSERT_EQ(2U + 47U, profile.warnings.size());
+    EXPECT_EQ("ages takes the times of the run beyond what can be added up, and is left out",
+              profile.warnings.at(1).text);
+}
+
+TEST(BootProfileTest, ATabIsPartOfANameAndNoField) {
+    EXPECT_THAT(BlocksOf(Boot("[2026-11-15 15:00:00.000123 - 2026-11-15 15:00:01.000124] sysboot: a\tb\n")),
+                ElementsAre("boot@1 a\\x09b"));
+}
+
 TEST(BootProfileTest, APluginThatWasSkippedAtTheConsoleDidNotRun) {
     const std::string text =
         Boot("[2026-11-15 15:00:05.000000 - 1970-01-01 00:00:00.000000] sysboot: skipped\n");

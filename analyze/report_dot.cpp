@@ -57,7 +57,7 @@ class Drawing {
     }
 
     void Draw() {
-        NamePlugins();
+        NameNodes();
         out_ << "digraph boot {\n"
                 "graph [rankdir=LR, fontname=\"sans-serif\"];\n"
                 "node [fontname=\"sans-serif\", fontsize=11, style=filled];\n"
@@ -76,13 +76,23 @@ class Drawing {
     }
 
   private:
-    void NamePlugins() {
-        std::map<std::string, std::size_t> met;
+    void NameNodes() {
+        std::map<std::string, std::size_t> plugins_met;
         for (const PluginTimes& plugin : run_.block.plugins) {
-            const std::size_t place = ++met[plugin.name];
-            const std::string number = place > 1 ? "/" + std::to_string(place) : "";
-            identifiers_.push_back(Quoted("plugin" + number + ":" + plugin.name));
+            identifiers_.push_back(Identifier("plugin", plugin.name, plugins_met));
         }
+        std::map<std::string, std::size_t> barriers_met;
+        for (const RunBarrier& barrier : graph_.barriers) {
+            barrier_identifiers_.push_back(Identifier("barrier", barrier.name, barriers_met));
+        }
+    }
+
+    /// Those are counted that look the same here: names that are no UTF-8 may differ in what nobody sees.
+    static std::string Identifier(const std::string& kind, const std::string& name,
+                                  std::map<std::string, std::size_t>& met) {
+        const std::size_t place = ++met[Utf8Text(name)];
+        const std::string number = place > 1 ? "/" + std::to_string(place) : "";
+        return Quoted(kind + number + ":" + name);
     }
 
     void DrawPlugin(std::size_t index) {
@@ -101,7 +111,7 @@ class Drawing {
         out_ << "];\n";
         for (const std::size_t barrier : plugin.provided) {
             if (part_.barriers[barrier]) {
-                out_ << identifiers_[index] << " -> " << BarrierIdentifier(barrier)
+                out_ << identifiers_[index] << " -> " << barrier_identifiers_[barrier]
                      << (into_barrier_.contains({index, barrier}) ? kCriticalEdge : "") << ";\n";
             }
         }
@@ -110,7 +120,7 @@ class Drawing {
     void DrawBarrier(std::size_t index) {
         const RunBarrier& barrier = graph_.barriers[index];
         const bool daemons = run_.block.kind == RunKind::kDaemon;
-        out_ << BarrierIdentifier(index) << " [label=\"" << LabelText(barrier.name)
+        out_ << barrier_identifiers_[index] << " [label=\"" << LabelText(barrier.name)
              << (daemons ? "\", shape=trapezium" : "\", shape=box");
         if (barriers_.contains(index)) {
             out_ << R"(, class=critical, fillcolor="#fbe3d3", color="#a6480a", penwidth=2.5)";
@@ -120,14 +130,10 @@ class Drawing {
         out_ << "];\n";
         for (const std::size_t plugin : barrier.requirers) {
             if (part_.plugins[plugin]) {
-                out_ << BarrierIdentifier(index) << " -> " << identifiers_[plugin]
+                out_ << barrier_identifiers_[index] << " -> " << identifiers_[plugin]
                      << (into_plugin_.contains({index, plugin}) ? kCriticalEdge : "") << ";\n";
             }
         }
-    }
-
-    [[nodiscard]] std::string BarrierIdentifier(std::size_t index) const {
-        return Quoted("barrier:" + graph_.barriers[index].name);
     }
 
     using Edge = std::pair<std::size_t, std::size_t>;
@@ -137,6 +143,7 @@ class Drawing {
     const RunGraph& graph_;
     const GraphPart& part_;
     std::vector<std::string> identifiers_;  // of the plugins
+    std::vector<std::string> barrier_identifiers_;
     // What the critical chain goes through.
     std::set<std::size_t> plugins_;
     std::set<std::size_t> barriers_;

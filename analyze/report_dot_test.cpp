@@ -103,5 +103,18 @@ TEST_F(ReportDotTest, HostileNamesStayInsideTheirQuotes) {
     EXPECT_THAT(Draw(), HasSubstr("\"plugin:\xEF\xBF\xBD\""));
 }
 
+TEST_F(ReportDotTest, NamesThatOnlyLookTheSameAreNodesOfTheirOwn) {
+    run_.block.plugins[0].name = "\xFE";
+    run_.block.plugins[1].name = "\xFF";
+    graph_.barriers[0].name = "\xFE";
+    graph_.barriers.push_back({"\xFF", {0}, {}});
+    graph_.plugins[0].provided.push_back(1);
+    const std::string graph = Draw();
+    EXPECT_THAT(graph, HasSubstr("\n\"plugin:\xEF\xBF\xBD\" -> \"barrier:\xEF\xBF\xBD\" ["));
+    EXPECT_THAT(graph, HasSubstr("\n\"plugin:\xEF\xBF\xBD\" -> \"barrier/2:\xEF\xBF\xBD\";"));
+    EXPECT_THAT(graph, HasSubstr("\n\"barrier/2:\xEF\xBF\xBD\" ["));
+    EXPECT_THAT(graph, HasSubstr("\n\"plugin/2:\xEF\xBF\xBD\" ["));
+}
+
 }  // namespace
 }  // namespace bootweave

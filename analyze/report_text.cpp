@@ -8,9 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "analyze/field_text.h"
 #include "analyze/timing.h"
-#include "util/harmless_text.h"
-#include "util/line_buffer.h"
 
 namespace bootweave {
 namespace {
@@ -66,16 +65,9 @@ void WriteRows(std::ostream& out, const Rows& rows, const TextStyle& style) {
     }
 }
 
-/// A path as it may be printed on a terminal.
-std::string Harmless(const std::string& path) {
-    LineBuffer text;
-    AppendHarmless(text, path);
-    return std::string(text.view());
-}
-
 std::string Title(const ChosenRun& run) {
     return "Block " + std::to_string(run.number) + " of " + std::to_string(run.count) + " in " +
-           Harmless(run.path) + ": " + RunKindText(run.block.kind);
+           FieldText(run.path) + ": " + RunKindText(run.block.kind);
 }
 
 void WriteTitle(std::ostream& out, const ChosenRun& run, const TextStyle& style) {
@@ -94,7 +86,7 @@ std::string FormatTaken(const std::optional<Duration>& taken) {
 void WriteListText(std::ostream& out, const std::string& path, const BootProfile& profile,
                    const TextStyle& style) {
     if (style.aligned) {
-        out << Emphasized("Runs in " + Harmless(path), Emphasis::kBold, style) << "\n\n";
+        out << Emphasized("Runs in " + FieldText(path), Emphasis::kBold, style) << "\n\n";
     }
     Table table({{"BLOCK", true, 5},
                  {"KIND", false, 0},
@@ -181,7 +173,8 @@ void WriteDiffText(std::ostream& out, const ChosenRun& before, const ChosenRun& 
                {"sum of plugins"}});
     table.AddGap();
     for (const PluginChange& plugin : ComparePlugins(before.block, after.block)) {
-        const bool much = std::chrono::abs(plugin.change()) * 100 >= old_summary.plugins;
+        // Rounded up, and divided instead of multiplied: the times of a strange log may be tremendous.
+        const bool much = std::chrono::abs(plugin.change()) >= (old_summary.plugins + Duration(99)) / 100;
         const Emphasis emphasis = plugin.change() > Duration(0) ? Emphasis::kRed : Emphasis::kGreen;
         table.Add({{FormatTaken(plugin.before)},
                    {FormatTaken(plugin.after)},

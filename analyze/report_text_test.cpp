@@ -234,6 +234,15 @@ TEST(ReportTextTest, ColoursMarkWhatChangedByAHundredthOfTheSum) {
     EXPECT_NE(std::string::npos, text.find("      +1.000ms  motd\n"));
 }
 
+TEST(ReportTextTest, ADifferenceOfTremendousTimesIsOne) {
+    ChosenRun before = RunOf(kBoot);
+    before.block.plugins[0].end = before.block.plugins[0].start + std::chrono::years(3500);
+    ChosenRun after = RunOf(kBoot);
+    std::ostringstream out;
+    WriteDiffText(out, before, after, {.aligned = true, .coloured = true});
+    EXPECT_NE(std::string::npos, out.str().find("\033[32m-1840822199min 59.900s"));
+}
+
 TEST(ReportTextTest, ADifferenceOfAnUnknownTotalIsUnknown) {
     ChosenRun cut = RunOf(kBoot);
     cut.block.end.reset();

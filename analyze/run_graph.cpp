@@ -12,12 +12,12 @@
 
 #include <sys/stat.h>
 
+#include "analyze/field_text.h"
 #include "driver/discovery.h"
 #include "plugins/json_plugin_file.h"
 #include "plugins/native_metadata.h"
 #include "util/error_text.h"
 #include "util/exception.h"
-#include "util/harmless_text.h"
 
 namespace bootweave {
 namespace {
@@ -31,45 +31,79 @@ struct Needs {
     std::vector<std::string> required;
     std::vector<std::string> provided;
     std::size_t commands = 0;
+    bool operator==(const Needs&) const = default;
 };
 
-std::string Harmless(std::string_view text) {
-    LineBuffer line;
-    AppendHarmless(line, text);
-    return std::string(line.view());
-}
+/// Where a boot finds a plugin: in its file, or in a line of the debug injections.
+struct Source {
+    std::string path{};   // of the file; empty for an injection
+    Needs injected{};     // of the injection
+    bool walked = false;  // met in the directory, whose order nobody has chosen
+};
 
-/// The files of a directory that may hold plugins, by the plugins' names as a log has them. Of two with one
-/// name it is the first in byte order.
-std::map<std::string, std::string> FilesByPlugin(const std::string& directory) {
-    std::set<std::string> names;
+/// By the plugins' names as a log has them; those of one name in the order in which a boot collects them.
+using Sources = std::map<std::string, std::vector<Source>>;
+
+/// The names of a directory's files, in the order that a boot meets them in.
+std::vector<std::string> FileNames(const std::filesystem::path& place, const std::string& directory) {
+    std::vector<std::string> names;
     std::error_code error;
-    // Absolute, since the loader looks for a name without a slash in other places.
-    const std::filesystem::path place = std::filesystem::absolute(directory, error);
     for (std::filesystem::directory_iterator entry(place, error), end; !error && entry != end;
          entry.increment(error)) {
-        names.insert(entry->path().filename().string());
+        names.push_back(entry->path().filename().string());
     }
     if (error) {
         throw Exception("cannot read " + directory + ": " + ErrorText(error.value()));
     }
-    std::map<std::string, std::string> files;
-    for (const std::string& name : names) {
-        if (name.ends_with(".json") || name.ends_with(".so")) {
-            files.emplace(Harmless(SplitPluginFileName(name).base), (place / name).string());
-        }
-    }
-    return files;
+    return names;
 }
 
-std::map<std::string, Needs> ReadInjections(const std::string& path) {
-    std::map<std::string, Needs> needs;
-    DebugInjections injections(path);
-    for (const DebugInjection& injection : injections.Load()) {
-        needs.emplace(Harmless(injection.name),
-                      Needs{PluginKind::kDebug, injection.requires_names, injection.provides_names, 0});
+Source SourceOf(const DebugInjection& injection, bool walked) {
+    return {.injected = {PluginKind::kDebug, injection.requires_names, injection.provides_names, 0},
+            .walked = walked};
+}
+
+/// A boot walks the directory, where a file may name an injection, too; then come all injections.
+Sources FindSources(const std::string& directory, const std::string& injections_path) {
+    std::error_code error;
+    // Absolute, since the loader looks for a name without a slash in other places.
+    const std::filesystem::path place = std::filesystem::absolute(directory, error);
+    DebugInjections injections(injections_path);
+    const std::vector<DebugInjection>& injected = injections.Load();
+    Sources sources;
+    for (const std::string& file : FileNames(place, directory)) {
+        if (file.ends_with(".json") || file.ends_with(".so")) {
+            sources[FieldText(SplitPluginFileName(file).base)].push_back(
+                {.path = (place / file).string(), .walked = true});
+        } else if (file.ends_with(".debug")) {
+            const std::string name = SplitPluginFileName(file).base;
+            for (const DebugInjection& injection : injected) {
+                if (injection.name == name) {
+                    sources[FieldText(name)].push_back(SourceOf(injection, true));
+                }
+            }
+        }
     }
-    return needs;
+    for (const DebugInjection& injection : injected) {
+        sources[FieldText(injection.name)].push_back(SourceOf(injection, false));
+    }
+    return sources;
+}
+
+std::string GuessText(const std::string& name, std::size_t now, std::size_t then) {
+    return name + ": " + std::to_string(now) + (now == 1 ? " plugin has" : " plugins have") +
+           " this name now, and " + std::to_string(then) + " had it in the run: which is which is a guess";
+}
+
+/// The lines of a block by what they name.
+using LinesByName = std::map<std::string, std::vector<std::size_t>>;
+
+LinesByName LinesOf(const ProfileBlock& block) {
+    LinesByName lines;
+    for (std::size_t index = 0; index < block.plugins.size(); ++index) {
+        lines[block.plugins[index].name].push_back(index);
+    }
+    return lines;
 }
 
 /// The files that were written after a run.
@@ -110,39 +144,103 @@ class BootReader {
     BootReader(const ProfileBlock& block, const GraphSources& sources, std::vector<std::string>& warnings)
         : block_(block),
           sources_(sources),
-          files_(FilesByPlugin(sources.directory)),
-          injected_(ReadInjections(sources.injections)),
+          lines_(LinesOf(block)),
+          found_(FindSources(sources.directory, sources.injections)),
           reader_(sources.native),
           newer_(block),
           warnings_(warnings) {}
 
     std::vector<Needs> Read() {
-        std::vector<Needs> all;
-        all.reserve(block_.plugins.size());
-        for (const PluginTimes& plugin : block_.plugins) {
-            all.push_back(ReadOne(plugin));
+        std::vector<Needs> all(block_.plugins.size());
+        for (std::size_t index = 0; index < all.size(); ++index) {
+            const std::vector<std::size_t>& lines = lines_.at(block_.plugins[index].name);
+            if (lines.front() == index) {
+                ReadName(block_.plugins[index].name, lines, all);
+            }
         }
         newer_.WarnOf(warnings_);
         return all;
     }
 
   private:
-    Needs ReadOne(const PluginTimes& plugin) {
-        try {
-            if (const auto file = files_.find(plugin.name); file != files_.end()) {
-                newer_.Note(file->second);
-                return ReadFile(file->second);
+    /// What a source says now, or why it cannot be loaded.
+    struct Candidate {
+        std::string path;
+        bool walked;
+        Needs needs{};
+        std::string error{};
+    };
+
+    /// The lines of one name. Injections come last, and a run leaves none of them out; so what is there more
+    /// on one side than on the other is in front.
+    void ReadName(const std::string& name, const std::vector<std::size_t>& lines, std::vector<Needs>& all) {
+        const std::vector<Candidate> candidates = Load(name, lines.size());
+        if (candidates.empty()) {
+            for (const std::size_t line : lines) {
+                Warn(block_.plugins[line],
+                     name + " has no file in " + sources_.directory + ": what it waited for is unknown");
             }
-            if (const auto injection = injected_.find(plugin.name); injection != injected_.end()) {
-                newer_.Note(sources_.injections);
-                return injection->second;
-            }
-            Warn(plugin,
-                 plugin.name + " has no file in " + sources_.directory + ": what it waited for is unknown");
-        } catch (const Exception& error) {
-            Warn(plugin, plugin.name + ": what it waited for is unknown: " + error.what());
+            return;
         }
-        return {};
+        const std::size_t shared = std::min(lines.size(), candidates.size());
+        for (std::size_t place = 1; place <= shared; ++place) {
+            const std::size_t line = lines[lines.size() - shared + place - 1];
+            const Candidate& candidate = candidates[candidates.size() - shared + place - 1];
+            newer_.Note(candidate.path.empty() ? sources_.injections : candidate.path);
+            all[line] = candidate.needs;
+            if (!candidate.error.empty()) {
+                Warn(block_.plugins[line], name + ": what it waited for is unknown: " + candidate.error);
+            }
+        }
+        const bool any_ran = std::any_of(lines.begin(), lines.end(),
+                                         [&](std::size_t line) { return block_.plugins[line].ran(); });
+        if (any_ran && IsGuess(candidates, lines.size())) {
+            warnings_.push_back(GuessText(name, candidates.size(), lines.size()));
+        }
+    }
+
+    /// \param lines  how many the run has; of more files those that cannot be loaded had none
+    std::vector<Candidate> Load(const std::string& name, std::size_t lines) {
+        std::vector<Candidate> all;
+        if (const auto found = found_.find(name); found != found_.end()) {
+            for (const Source& source : found->second) {
+                all.push_back(Load(source));
+            }
+        }
+        const auto is_broken = [](const Candidate& candidate) { return !candidate.error.empty(); };
+        const auto broken = static_cast<std::size_t>(std::count_if(all.begin(), all.end(), is_broken));
+        if (all.size() > lines && all.size() - broken >= lines) {
+            std::erase_if(all, is_broken);
+        }
+        return all;
+    }
+
+    Candidate Load(const Source& source) {
+        Candidate candidate{source.path, source.walked, source.injected};
+        try {
+            if (!source.path.empty()) {
+                candidate.needs = ReadFile(source.path);
+            }
+        } catch (const Exception& error) {
+            candidate.error = error.what();
+        }
+        return candidate;
+    }
+
+    /// Whether a line may have been matched with what says something else.
+    static bool IsGuess(const std::vector<Candidate>& candidates, std::size_t lines) {
+        const bool counts_match = candidates.size() == lines;
+        const Candidate* first = nullptr;
+        for (const Candidate& candidate : candidates) {
+            if (counts_match && !candidate.walked) {
+                continue;
+            }
+            if (first != nullptr && !(first->needs == candidate.needs)) {
+                return true;
+            }
+            first = &candidate;
+        }
+        return candidates.size() < lines;
     }
 
     Needs ReadFile(const std::string& path) {
@@ -165,20 +263,29 @@ class BootReader {
 
     const ProfileBlock& block_;
     const GraphSources& sources_;
-    const std::map<std::string, std::string> files_;
-    const std::map<std::string, Needs> injected_;
+    const LinesByName lines_;
+    const Sources found_;
     NativeMetadataReader reader_;
     NewerFiles newer_;
     std::vector<std::string>& warnings_;
 };
 
-/// The start priorities of init scripts by name, as a run of daemons counts them.
-std::map<std::string, std::uint32_t> PrioritiesOf(const InitScripts& scripts) {
-    std::map<std::string, std::uint32_t> priorities;
+/// The start priorities of init scripts by name, as a run of daemons counts them; those of one name in the
+/// order in which a run collects them.
+std::map<std::string, std::vector<std::uint32_t>> PrioritiesOf(const InitScripts& scripts) {
+    std::map<std::string, std::vector<std::uint32_t>> priorities;
     for (const auto& [priority, path] : scripts) {
-        priorities.emplace(Harmless(path.substr(path.rfind('/') + 1)), static_cast<std::uint32_t>(priority));
+        priorities[FieldText(path.substr(path.rfind('/') + 1))].push_back(
+            static_cast<std::uint32_t>(priority));
     }
     return priorities;
+}
+
+/// Whether a line may have been matched with another script's priority.
+bool IsGuess(const std::vector<std::uint32_t>& priorities, std::size_t lines) {
+    const bool all_same = std::count(priorities.begin(), priorities.end(), priorities.front()) ==
+                          static_cast<std::ptrdiff_t>(priorities.size());
+    return lines > priorities.size() || (lines < priorities.size() && !all_same);
 }
 
 /// The daemons of a block by start priority, lowest first.
@@ -212,22 +319,43 @@ void ChainPriorities(Iterator first, Iterator last, std::vector<Needs>& all) {
     }
 }
 
+/// Those daemons of a block whose priority is known.
+DaemonsByPriority SortDaemons(const ProfileBlock& block, const InitScriptListing& listing,
+                              std::vector<std::string>& warnings) {
+    const std::map<std::string, std::vector<std::uint32_t>> priorities = PrioritiesOf(listing.scripts);
+    const LinesByName all_lines = LinesOf(block);
+    const bool is_whole = listing.failure.empty();
+    DaemonsByPriority daemons;
+    for (std::size_t index = 0; index < block.plugins.size(); ++index) {
+        const PluginTimes& daemon = block.plugins[index];
+        const auto found = priorities.find(daemon.name);
+        if (found == priorities.end()) {
+            if (daemon.ran() && is_whole) {
+                warnings.push_back(daemon.name +
+                                   " is no init script any more: what it waited for is unknown");
+            }
+            continue;
+        }
+        const std::vector<std::size_t>& lines = all_lines.at(daemon.name);
+        const auto place =
+            static_cast<std::size_t>(std::lower_bound(lines.begin(), lines.end(), index) - lines.begin());
+        if (place < found->second.size()) {
+            daemons[found->second[place]].push_back(index);
+        }
+        if (place == 0 && is_whole && IsGuess(found->second, lines.size())) {
+            warnings.push_back(GuessText(daemon.name, found->second.size(), lines.size()));
+        }
+    }
+    return daemons;
+}
+
 std::vector<Needs> ReadDaemons(const ProfileBlock& block, const GraphSources& sources,
                                std::vector<std::string>& warnings) {
     const InitScriptListing listing = RunInitScriptLister(sources.lister);
     if (!listing.failure.empty()) {
         warnings.push_back("cannot list the init scripts: " + listing.failure);
     }
-    const std::map<std::string, std::uint32_t> priorities = PrioritiesOf(listing.scripts);
-    DaemonsByPriority daemons;
-    for (std::size_t index = 0; index < block.plugins.size(); ++index) {
-        const std::string& name = block.plugins[index].name;
-        if (const auto found = priorities.find(name); found != priorities.end()) {
-            daemons[found->second].push_back(index);
-        } else if (block.plugins[index].ran() && listing.failure.empty()) {
-            warnings.push_back(name + " is no init script any more: what it waited for is unknown");
-        }
-    }
+    const DaemonsByPriority daemons = SortDaemons(block, listing, warnings);
     std::vector<Needs> all(block.plugins.size());
     if (IsStop(block, daemons)) {
         ChainPriorities(daemons.rbegin(), daemons.rend(), all);
@@ -262,7 +390,7 @@ void Connect(const std::vector<Needs>& all, RunGraph& graph) {
     }
     for (auto& [name, index] : known) {
         index = graph.barriers.size();
-        graph.barriers.push_back({Harmless(name), {}, {}});
+        graph.barriers.push_back({FieldText(name), {}, {}});
     }
     for (const Needs& needs : all) {
         const std::size_t index = graph.plugins.size();

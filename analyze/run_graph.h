@@ -60,9 +60,10 @@ struct RunGraph {
 
 /// Reads what the plugins of `block` require and provide. One whose file is not there, or cannot be loaded,
 /// requires and provides nothing, and costs a warning when it ran; so do files that are newer than the run,
-/// together. So does a lister of init scripts that fails; then those that it has not listed cost none. Of a
-/// run that starts daemons each waits for those of the next lower priority in the block, of one that stops
-/// them for those of the next higher one.
+/// together. So does a lister of init scripts that fails; then those that it has not listed cost none. Of
+/// several plugins with one name the n-th line is the n-th that a boot would collect; where that is not
+/// certain, it costs a warning. Of a run that starts daemons each waits for those of the next lower priority
+/// in the block, of one that stops them for those of the next higher one.
 ///
 /// \throws Exception  "cannot read <directory>: <reason>"
 [[nodiscard]] RunGraph ReadRunGraph(const ProfileBlock& block, const GraphSources& sources);

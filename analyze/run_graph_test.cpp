@@ -121,10 +121,86 @@ TEST_F(RunGraphTest, DebugInjectionsTakePart) {
     static_cast<void>(dir_.WriteFile("debug.conf", "slow:x:y:sleep 1\na:y:x:false\n"));
     Write("a.json", "", R"("x")");
     Write("b.json", R"("y")", "");
-    Ran({"a", "b", "slow"});
+    Ran({"a", "b", "slow", "a"});
     const RunGraph graph = Read();
     EXPECT_THAT(graph.warnings, IsEmpty());
-    EXPECT_THAT(Providers(graph), ElementsAre(IsEmpty(), ElementsAre(2), ElementsAre(0)));
+    EXPECT_THAT(Providers(graph), ElementsAre(IsEmpty(), ElementsAre(2), ElementsAre(0, 3), ElementsAre(2)));
+}
+
+TEST_F(RunGraphTest, AFileAndAnInjectionOfOneNameHaveALineEach) {
+    static_cast<void>(dir_.WriteFile("debug.conf", "twin:y:z:true\n"));
+    Write("twin.json", R"("x")", "");
+    Ran({"twin", "twin"});
+    const RunGraph graph = Read();
+    EXPECT_THAT(graph.warnings, IsEmpty());
+    EXPECT_EQ("json debug ", Kinds(graph));
+    ASSERT_EQ(3U, graph.barriers.size());
+    EXPECT_THAT(graph.barriers[0].requirers, ElementsAre(0));  // x
+    EXPECT_THAT(graph.barriers[1].requirers, ElementsAre(1));  // y
+}
+
+TEST_F(RunGraphTest, OfSeveralInjectionsWithOneNameEachHasALine) {
+    static_cast<void>(dir_.WriteFile("debug.conf", "twin:x:z:true\ntwin:y:z:true\n"));
+    Ran({"twin", "twin"});
+    const RunGraph graph = Read();
+    EXPECT_THAT(graph.warnings, IsEmpty());
+    EXPECT_THAT(graph.barriers[0].requirers, ElementsAre(0));
+    EXPECT_THAT(graph.barriers[1].requirers, ElementsAre(1));
+}
+
+TEST_F(RunGraphTest, AFileThatNamesAnInjectionMakesItsLineTwice) {
+    static_cast<void>(dir_.WriteFile("debug.conf", "twin:x:z:true\n"));
+    static_cast<void>(dir_.WriteFile("twin.debug", ""));
+    Ran({"twin", "twin"});
+    const RunGraph graph = Read();
+    EXPECT_THAT(graph.warnings, IsEmpty());
+    EXPECT_EQ("debug debug ", Kinds(graph));
+}
+
+TEST_F(RunGraphTest, TwoFilesOfOneNameAreAGuess) {
+    Write("twin.json", R"("x")", "");
+    Write("libtwin.json", R"("y")", "");
+    Ran({"twin", "twin"});
+    const RunGraph graph = Read();
+    EXPECT_THAT(graph.warnings, ElementsAre("twin: 2 plugins have this name now, and 2 had it in the run: "
+                                            "which is which is a guess"));
+    EXPECT_NE(graph.plugins[0].required, graph.plugins[1].required);
+    Write("libtwin.json", R"("x")", "");
+    EXPECT_THAT(Read().warnings, IsEmpty());  // whichever it is, it waited for the same
+}
+
+TEST_F(RunGraphTest, OneLineForAFileAndAnInjectionIsTakenForTheInjectionWithAWarning) {
+    static_cast<void>(dir_.WriteFile("debug.conf", "twin:y:z:true\n"));
+    Write("twin.json", R"("x")", "");
+    Ran({"twin"});
+    const RunGraph graph = Read();
+    EXPECT_THAT(graph.warnings, ElementsAre("twin: 2 plugins have this name now, and 1 had it in the run: "
+                                            "which is which is a guess"));
+    EXPECT_EQ("debug ", Kinds(graph));
+}
+
+TEST_F(RunGraphTest, AFileThatCannotBeLoadedHasNoLineBesideItsTwin) {
+    static_cast<void>(dir_.WriteFile("debug.conf", "twin:y:z:true\n"));
+    static_cast<void>(dir_.WriteFile("twin.json", "{"));
+    Ran({"twin"});
+    const RunGraph graph = Read();
+    EXPECT_THAT(graph.warnings, IsEmpty());
+    EXPECT_EQ("debug ", Kinds(graph));
+}
+
+TEST_F(RunGraphTest, MoreLinesThanPluginsOfANameAreAGuess) {
+    Write("twin.json", R"("x")", "");
+    Ran({"twin", "twin"});
+    const RunGraph graph = Read();
+    EXPECT_THAT(graph.warnings, ElementsAre("twin: 1 plugin has this name now, and 2 had it in the run: "
+                                            "which is which is a guess"));
+    EXPECT_EQ("unknown json ", Kinds(graph));
+}
+
+TEST_F(RunGraphTest, NamesOfBarriersAreFields) {
+    Write("a.json", "", R"("x\ty")");
+    Ran({"a"});
+    EXPECT_EQ("x\\x09y", Read().barriers.at(0).name);
 }
 
 TEST_F(RunGraphTest, AFileThatIsGoneOrBrokenCostsAWarning) {
@@ -225,6 +301,25 @@ TEST_F(RunGraphTest, DaemonsThatAreStoppedWaitForThoseOfTheNextHigherPriority) {
     block_.plugins[1].start += Duration(10);
     const RunGraph graph = ReadDaemons("/etc/init.d/first 5\n/etc/init.d/later 20\n/etc/init.d/last 30\n");
     EXPECT_THAT(Providers(graph), ElementsAre(ElementsAre(1), ElementsAre(2), IsEmpty()));
+}
+
+TEST_F(RunGraphTest, ScriptsOfOneNameHaveALineEach) {
+    Ran({"twin", "between", "twin"});
+    const RunGraph graph = ReadDaemons("/etc/init.d/twin 5\n/etc/init.d/between 10\n/opt/init.d/twin 20\n");
+    EXPECT_THAT(graph.warnings, IsEmpty());
+    EXPECT_THAT(Providers(graph), ElementsAre(IsEmpty(), ElementsAre(0), ElementsAre(1)));
+}
+
+TEST_F(RunGraphTest, AnotherNumberOfScriptsOfOneNameIsAGuess) {
+    Ran({"twin"});
+    EXPECT_THAT(ReadDaemons("/etc/init.d/twin 5\n/opt/init.d/twin 20\n").warnings,
+                ElementsAre("twin: 2 plugins have this name now, and 1 had it in the run: which is which is "
+                            "a guess"));
+    EXPECT_THAT(ReadDaemons("/etc/init.d/twin 5\n/opt/init.d/twin 5\n").warnings, IsEmpty());
+    Ran({"twin"});
+    EXPECT_THAT(ReadDaemons("/etc/init.d/twin 5\n").warnings,
+                ElementsAre("twin: 1 plugin has this name now, and 2 had it in the run: which is which is a "
+                            "guess"));
 }
 
 TEST_F(RunGraphTest, ADaemonWithoutAScriptCostsAWarning) {

@@ -21,6 +21,9 @@ namespace {
 constexpr std::uint32_t kOrderKey = 1;  // of all plugins but daemons
 constexpr std::uint32_t kDaemonOrderKey = 3;
 
+/// Sums with what a run took beside its plugins are far from an overflow.
+constexpr Duration kMostWork = Duration::max() / 4;
+
 /// What each plugin takes; empty for one that does not run.
 using Times = std::vector<std::optional<Duration>>;
 
@@ -241,6 +244,9 @@ Simulation Simulate(const ProfileBlock& block, const RunGraph& graph, const What
     const bool was_serial = !simulation.parallel;
     for (std::size_t index = 0; index < times.size(); ++index) {
         const Duration time = times[index].value_or(Duration(0));
+        if (time > kMostWork - simulation.work) {
+            throw Exception("the plugins would take longer than can be added up");
+        }
         simulation.work += time;
         simulation.commands += was_serial && graph.plugins[index].commands > 0 ? time : Duration(0);
     }

@@ -229,6 +229,14 @@ TEST_F(SimulationTest, WhatCannotBeImaginedIsAnError) {
     EXPECT_EQ("no plugin would run", ErrorOf({.without = {"a", "b", "c", "d"}}));
 }
 
+TEST_F(SimulationTest, TimesThatCannotBeAddedUpAreAnError) {
+    for (PluginTimes& plugin : block_.plugins) {
+        plugin.name = "a";
+    }
+    EXPECT_EQ("the plugins would take longer than can be added up",
+              ErrorOf({.times = {{"a", Duration::max() / 5}}}));
+}
+
 TEST_F(SimulationTest, FilesThatWereMadeToWaitForEachOtherAreAnError) {
     graph_.plugins[0].required = {1};
     graph_.plugins[2].provided = {1};

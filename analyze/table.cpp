@@ -3,8 +3,10 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <chrono>
 #include <cmath>
+#include <system_error>
 #include <utility>
 
 #include <sys/time.h>
@@ -122,14 +124,12 @@ std::string FormatInstant(Instant instant) {
 }
 
 std::string FormatFixed(double value, int digits) {
-    std::int64_t unit = 1;
-    for (int digit = 0; digit < digits; ++digit) {
-        unit *= 10;
-    }
-    const std::int64_t number = std::llround(value * static_cast<double>(unit));
-    const std::string rest = std::to_string(number % unit);
-    return std::to_string(number / unit) + "." +
-           std::string(static_cast<std::size_t>(digits) - rest.size(), '0') + rest;
+    const double unit = std::pow(10.0, digits);
+    value = std::round(value * unit) / unit;  // halves up, which the conversion does not do
+    std::array<char, 400> text{};             // of the greatest number and so many digits
+    const auto [end, error] =
+        std::to_chars(text.data(), text.data() + text.size(), value, std::chars_format::fixed, digits);
+    return error == std::errc() ? std::string(text.data(), end) : std::string("-");
 }
 
 }  // namespace bootweave

@@ -49,6 +49,8 @@ TEST(TableTest, AChangeHasASign) {
 TEST(TableTest, ANumberIsRounded) {
     EXPECT_EQ("0.05", FormatFixed(0.046, 2));
     EXPECT_EQ("100.0", FormatFixed(99.96, 1));
+    EXPECT_EQ("9223372036854775808.00", FormatFixed(9223372036854775807.0, 2));
+    EXPECT_EQ("1000000000000000000000", FormatFixed(1e21, 0));
 }
 
 }  // namespace

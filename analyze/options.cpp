@@ -6,6 +6,7 @@
 #include <charconv>
 #include <chrono>
 #include <cstdint>
+#include <initializer_list>
 #include <optional>
 #include <string_view>
 #include <system_error>
@@ -13,6 +14,8 @@
 #include <vector>
 
 #include <getopt.h>
+
+#include "analyze/field_text.h"
 
 namespace bootweave {
 namespace {
@@ -57,13 +60,32 @@ constexpr std::array<std::pair<std::string_view, AnalyzeCommand>, 9> kCommands{
      {"dot", AnalyzeCommand::kDot},
      {"simulate", AnalyzeCommand::kSimulate}}};
 
-/// Options that make sense for one command only.
-constexpr std::array<std::pair<Option, AnalyzeCommand>, 6> kOnlyFor{{{kOutput, AnalyzeCommand::kPlot},
-                                                                     {kStrict, AnalyzeCommand::kVerify},
-                                                                     {kAround, AnalyzeCommand::kDot},
-                                                                     {kThreads, AnalyzeCommand::kSimulate},
-                                                                     {kWithout, AnalyzeCommand::kSimulate},
-                                                                     {kTime, AnalyzeCommand::kSimulate}}};
+using CommandSet = unsigned;
+
+constexpr CommandSet SetOf(std::initializer_list<AnalyzeCommand> commands) {
+    CommandSet set = 0;
+    for (const AnalyzeCommand command : commands) {
+        set |= 1U << static_cast<unsigned>(command);
+    }
+    return set;
+}
+
+constexpr CommandSet kOfOneBlock =
+    SetOf({AnalyzeCommand::kTime, AnalyzeCommand::kBlame, AnalyzeCommand::kCriticalChain,
+           AnalyzeCommand::kPlot, AnalyzeCommand::kDot, AnalyzeCommand::kSimulate});
+
+/// Options that do not make sense for all commands, and those for which they do.
+constexpr std::array<std::pair<Option, CommandSet>, 9> kUses{
+    {{kProfile, kOfOneBlock | SetOf({AnalyzeCommand::kList})},
+     {kBoot, kOfOneBlock | SetOf({AnalyzeCommand::kDiff})},
+     {kPluginDirectory, SetOf({AnalyzeCommand::kCriticalChain, AnalyzeCommand::kPlot, AnalyzeCommand::kDot,
+                               AnalyzeCommand::kSimulate, AnalyzeCommand::kVerify})},
+     {kOutput, SetOf({AnalyzeCommand::kPlot})},
+     {kStrict, SetOf({AnalyzeCommand::kVerify})},
+     {kAround, SetOf({AnalyzeCommand::kDot})},
+     {kThreads, SetOf({AnalyzeCommand::kSimulate})},
+     {kWithout, SetOf({AnalyzeCommand::kSimulate})},
+     {kTime, SetOf({AnalyzeCommand::kSimulate})}}};
 
 /// A number that is the whole text.
 template <typename Number>
@@ -100,6 +122,16 @@ std::size_t ParseThreads(std::string_view text) {
     return *number;
 }
 
+/// The value that getopt has found, for an option that takes a path.
+std::string PathValue(char** argv) {
+    if (*::optarg == '\0') {
+        const bool is_apart = *argv[::optind - 1] == '\0';
+        const std::string word = argv[::optind - (is_apart ? 2 : 1)];
+        throw UsageException("option '" + word.substr(0, word.find('=')) + "' needs a value; see --help");
+    }
+    return ::optarg;
+}
+
 /// "PLUGIN=MS". A plugin's name may hold the character as well.
 std::pair<std::string, Duration> ParseTime(std::string_view text) {
     constexpr std::int64_t kMost = 1'000'000'000;  // eleven days; the message has it, too
@@ -112,7 +144,7 @@ std::pair<std::string, Duration> ParseTime(std::string_view text) {
         throw UsageException("--time takes PLUGIN=MS with at most 1000000000 ms, such as storage=250, not '" +
                              std::string(text) + "'; see --help");
     }
-    return {std::string(text.substr(0, equals)), std::chrono::milliseconds(*time)};
+    return {FieldText(text.substr(0, equals)), std::chrono::milliseconds(*time)};
 }
 
 AnalyzeCommand ParseCommand(std::string_view word) {
@@ -164,25 +196,25 @@ void Apply(int parsed, char** argv, AnalyzeOptions& options) {
             options.command = AnalyzeCommand::kHelp;
             break;
         case kProfile:
-            options.profile = ::optarg;
+            options.profile = PathValue(argv);
             break;
         case kBoot:
             options.block = ParseBlock(::optarg);
             break;
         case kPluginDirectory:
-            options.plugin_directory = ::optarg;
+            options.plugin_directory = PathValue(argv);
             break;
         case kOutput:
-            options.output = ::optarg;
+            options.output = PathValue(argv);
             break;
         case kAround:
-            options.around = ::optarg;
+            options.around = FieldText(::optarg);
             break;
         case kThreads:
             options.what_if.threads = ParseThreads(::optarg);
             break;
         case kWithout:
-            options.what_if.without.emplace_back(::optarg);
+            options.what_if.without.push_back(FieldText(::optarg));
             break;
         case kTime:
             options.what_if.times.push_back(ParseTime(::optarg));
@@ -206,13 +238,16 @@ void ApplyWords(const std::vector<std::string>& words, AnalyzeOptions& options) 
     options.command = ParseCommand(words[0]);
     if (options.command == AnalyzeCommand::kVerify) {
         options.files.assign(words.begin() + 1, words.end());
+        if (std::count(options.files.begin(), options.files.end(), "") > 0) {
+            throw UsageException("verify takes files and directories, not ''; see --help");
+        }
         return;
     }
     std::size_t used = 1;
     if (options.command == AnalyzeCommand::kCriticalChain && words.size() > used) {
-        options.plugin = words[used++];
+        options.plugin = FieldText(words[used++]);
     } else if (options.command == AnalyzeCommand::kDiff) {
-        if (words.size() < 3) {
+        if (words.size() < 3 || words[1].empty() || words[2].empty()) {
             throw UsageException("diff takes two profiles, the old one first; see --help");
         }
         options.profile = words[used++];
@@ -229,19 +264,31 @@ const char* NameOf(Option letter) {
         ->name;
 }
 
-std::string_view NameOf(AnalyzeCommand command) {
-    return std::find_if(kCommands.begin(), kCommands.end(),
-                        [command](const auto& known) { return known.second == command; })
-        ->first;
+std::string NameOf(AnalyzeCommand command) {
+    const auto* const found = std::find_if(kCommands.begin(), kCommands.end(),
+                                           [command](const auto& known) { return known.second == command; });
+    return std::string(found->first);
+}
+
+/// The only command of a set; nothing when it has several.
+std::optional<AnalyzeCommand> OnlyOf(CommandSet set) {
+    const auto* const found = std::find_if(kCommands.begin(), kCommands.end(),
+                                           [set](const auto& known) { return SetOf({known.second}) == set; });
+    return found == kCommands.end() ? std::nullopt : std::optional(found->second);
 }
 
 /// Refuses options, as they were parsed, that the command has no use for.
 void CheckUse(const std::vector<int>& parsed, const AnalyzeOptions& options) {
-    for (const auto& [letter, command] : kOnlyFor) {
-        if (options.command != command && std::count(parsed.begin(), parsed.end(), letter) > 0) {
-            throw UsageException("option '--" + std::string(NameOf(letter)) + "' is for " +
-                                 std::string(NameOf(command)) + "; see --help");
+    for (const auto& [letter, commands] : kUses) {
+        if ((commands & SetOf({options.command})) != 0 ||
+            std::count(parsed.begin(), parsed.end(), letter) == 0) {
+            continue;
         }
+        const std::string option = std::string("option '--") + NameOf(letter);
+        if (const std::optional<AnalyzeCommand> only = OnlyOf(commands); only.has_value()) {
+            throw UsageException(option + "' is for " + NameOf(*only) + "; see --help");
+        }
+        throw UsageException(option + "' is not for " + NameOf(options.command) + "; see --help");
     }
     if (options.json && options.command == AnalyzeCommand::kPlot) {
         throw UsageException("plot writes a picture, not JSON; see --help");

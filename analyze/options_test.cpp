@@ -40,8 +40,8 @@ TEST(AnalyzeOptionsTest, WithoutAWordItIsTheTimeOfTheLastBoot) {
 
 TEST(AnalyzeOptionsTest, OptionsMayStandBeforeAndBehindTheCommand) {
     const AnalyzeOptions options =
-        Parse({"--profile", "/log", "blame", "--boot=12", "--plugin-directory", "/plugins", "--json"});
-    EXPECT_EQ(AnalyzeCommand::kBlame, options.command);
+        Parse({"--profile", "/log", "dot", "--boot=12", "--plugin-directory", "/plugins", "--json"});
+    EXPECT_EQ(AnalyzeCommand::kDot, options.command);
     EXPECT_EQ("/log", options.profile);
     EXPECT_EQ(BlockChoice::Which::kNumber, options.block.which);
     EXPECT_EQ(12U, options.block.number);
@@ -138,6 +138,38 @@ TEST(AnalyzeOptionsTest, AnOptionOfAnotherCommandIsRefused) {
     EXPECT_EQ("option '--output' is for plot; see --help", ErrorOf({"-o", "a.svg"}));
     EXPECT_EQ("option '--output' is for plot; see --help", ErrorOf({"blame", "--output=a.svg"}));
     EXPECT_EQ("option '--strict' is for verify; see --help", ErrorOf({"--strict"}));
+}
+
+TEST(AnalyzeOptionsTest, AnOptionThatACommandWouldIgnoreIsRefused) {
+    EXPECT_EQ("option '--boot' is not for list; see --help", ErrorOf({"list", "--boot", "99"}));
+    EXPECT_EQ("option '--boot' is not for verify; see --help", ErrorOf({"verify", "--boot=1"}));
+    EXPECT_EQ("option '--profile' is not for verify; see --help", ErrorOf({"--profile=x", "verify"}));
+    EXPECT_EQ("option '--profile' is not for diff; see --help", ErrorOf({"diff", "a", "b", "--profile=x"}));
+    for (const std::string command : {"time", "blame", "list"}) {
+        EXPECT_EQ("option '--plugin-directory' is not for " + command + "; see --help",
+                  ErrorOf({command, "--plugin-directory=/p"}));
+    }
+    EXPECT_EQ("option '--plugin-directory' is not for diff; see --help",
+              ErrorOf({"diff", "a", "b", "--plugin-directory=/p"}));
+    EXPECT_EQ("option '--boot' is not for list; see --help", ErrorOf({"list", "--boot=1", "--json"}));
+}
+
+TEST(AnalyzeOptionsTest, APathIsNotEmpty) {
+    EXPECT_EQ("option '--profile' needs a value; see --help", ErrorOf({"--profile="}));
+    EXPECT_EQ("option '--profile' needs a value; see --help", ErrorOf({"--profile", ""}));
+    EXPECT_EQ("option '--plugin-directory' needs a value; see --help",
+              ErrorOf({"verify", "--plugin-directory="}));
+    EXPECT_EQ("option '-o' needs a value; see --help", ErrorOf({"plot", "-o", ""}));
+    EXPECT_EQ("verify takes files and directories, not ''; see --help", ErrorOf({"verify", "a", ""}));
+    EXPECT_EQ("diff takes two profiles, the old one first; see --help", ErrorOf({"diff", "a", ""}));
+}
+
+TEST(AnalyzeOptionsTest, PluginsAreNamedAsReportsNameThem) {
+    EXPECT_EQ("a\\x09b", Parse({"critical-chain", "a\tb"}).plugin);
+    EXPECT_EQ("a\\x09b", Parse({"dot", "--around=a\tb"}).around);
+    const WhatIf what_if = Parse({"simulate", "--without=a\tb", "--time=c\td=1"}).what_if;
+    EXPECT_EQ("a\\x09b", what_if.without.at(0));
+    EXPECT_EQ("c\\x09d", what_if.times.at(0).first);
 }
 
 TEST(AnalyzeOptionsTest, HelpEndsTheParsing) {

@@ -54,6 +54,15 @@ class Loader {
     }
 
   private:
+    /// Whether nobody has named it yet, by this way to it or by another one. What a link leads to is another
+    /// plugin than the link: its name differs.
+    bool IsNew(const Place& place, bool is_script) {
+        std::error_code error;
+        const std::filesystem::path path(place.absolute);
+        const std::filesystem::path parent = std::filesystem::weakly_canonical(path.parent_path(), error);
+        return seen_.emplace(error ? path : parent / path.filename(), is_script).second;
+    }
+
     static bool Exists(const std::string& path) {
         struct stat status {};
         return ::stat(path.c_str(), &status) == 0;
@@ -109,6 +118,11 @@ class Loader {
     void LoadDirectory(const Place& place) {
         std::vector<std::string> names;
         std::error_code error;
+        const std::filesystem::path real = std::filesystem::canonical(place.absolute, error);
+        if (!error && !directories_.insert(real).second) {
+            return;
+        }
+        error.clear();
         for (std::filesystem::directory_iterator entry(place.absolute, error), end; !error && entry != end;
              entry.increment(error)) {
             names.push_back(entry->path().filename().string());
@@ -131,7 +145,11 @@ class Loader {
     /// \param is_given  by itself, and not with its directory
     void LoadFile(const Place& place, const std::string& file_name, bool is_given) {
         const std::string reason = WhyNoPluginFile(file_name);
-        if (!reason.empty() && is_given && IsScript(place.absolute)) {
+        const bool is_script = !reason.empty() && is_given && IsScript(place.absolute);
+        if (!IsNew(place, is_script)) {
+            return;
+        }
+        if (is_script) {
             LoadInitScript(place, file_name);
             return;
         }
@@ -201,6 +219,9 @@ class Loader {
     }
 
     void LoadInjections(const Place& place) {
+        if (!IsNew(place, false)) {
+            return;
+        }
         CheckWriters(place, "");
         if (!IsReadable(place, "")) {
             return;
@@ -268,6 +289,8 @@ class Loader {
     VerifiedPlugins loaded_;
     bool reporting_ = true;
     bool given_injections_ = false;
+    std::set<std::filesystem::path> directories_;            // that were walked
+    std::set<std::pair<std::filesystem::path, bool>> seen_;  // files, and whether as an init script
     std::set<std::string> given_;  // names of files that take the place of the host's own
     std::vector<std::pair<Place, std::string>> markers_;
 };

@@ -209,6 +209,21 @@ TEST_F(VerifyTest, AFileIsVerifiedAsAnAdditionToTheHostsOwn) {
     EXPECT_EQ(1U, Verify(sources_).plugins);
 }
 
+TEST_F(VerifyTest, WhatIsNamedTwiceIsVerifiedOnce) {
+    const std::string odd = dir_.WriteFile("plugins/odd.json", "[]");
+    const std::string good = dir_.WriteFile("plugins/good.json", kGood);
+    const std::string injections = dir_.WriteFile("debug.conf", "a:b:c:true\n");
+    const std::string plugins = dir_.File("plugins");
+    const Findings once = FindingsOf({plugins});
+    ASSERT_FALSE(once.empty());
+    EXPECT_EQ(once, FindingsOf({plugins, plugins + "/", plugins + "/../plugins", odd, good}));
+    EXPECT_THAT(FindingsOf({good, plugins + "/../plugins/good.json", good}), IsEmpty());
+    EXPECT_EQ(1U, Verify(sources_).plugins);
+    sources_.directory = dir_.File("none");
+    EXPECT_EQ(FindingsOf({injections}), FindingsOf({injections, injections}));
+    EXPECT_EQ(1U, Verify(sources_).plugins);
+}
+
 TEST_F(VerifyTest, AFileTakesThePlaceOfTheHostsOwnOfThatName) {
     dir_.WriteFile("plugins/a.json", Plugin(R"("x")", R"("x")"));
     dir_.WriteFile("debug.conf", "probe:x:y:true\n");

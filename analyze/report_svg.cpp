@@ -11,6 +11,7 @@
 
 #include "analyze/svg_canvas.h"
 #include "analyze/table.h"
+#include "analyze/text_columns.h"
 #include "analyze/timing.h"
 
 namespace bootweave {

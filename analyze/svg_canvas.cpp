@@ -5,8 +5,8 @@
 #include <cstddef>
 
 #include "analyze/table.h"
+#include "analyze/text_columns.h"
 #include "analyze/utf8_text.h"
-#include "util/harmless_text.h"
 
 namespace bootweave {
 namespace {
@@ -15,17 +15,6 @@ constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
 
 std::string Number(double value) {
     return FormatFixed(std::max(value, 0.0), 1);
-}
-
-/// The length of the character that a well-formed text begins with.
-std::size_t CharacterLength(std::string_view text) {
-    return std::max<std::size_t>(Utf8SequenceLength(text), 1);
-}
-
-/// From the Hangul letters on: mostly wide.
-bool IsWide(std::string_view character) {
-    constexpr std::string_view kFirstWide = "\xE1\x84\x80";
-    return character.size() >= kFirstWide.size() && character >= kFirstWide;
 }
 
 std::string_view Escaped(std::string_view character) {
@@ -57,38 +46,6 @@ std::string XmlText(std::string_view text) {
         rest.remove_prefix(character.size());
     }
     return result;
-}
-
-std::size_t ColumnsOf(std::string_view text) {
-    std::size_t columns = 0;
-    while (!text.empty()) {
-        const std::string_view character = text.substr(0, CharacterLength(text));
-        columns += IsWide(character) ? 2U : 1U;
-        text.remove_prefix(character.size());
-    }
-    return columns;
-}
-
-std::string Shorten(std::string_view text, std::size_t columns) {
-    constexpr std::size_t kLeast = 4;  // three letters and the ellipsis
-    if (ColumnsOf(text) <= columns) {
-        return std::string(text);
-    }
-    if (columns < kLeast) {
-        return "";
-    }
-    std::string result;
-    std::size_t used = 1;
-    while (!text.empty()) {
-        const std::string_view character = text.substr(0, CharacterLength(text));
-        used += IsWide(character) ? 2U : 1U;
-        if (used > columns) {
-            break;
-        }
-        result += character;
-        text.remove_prefix(character.size());
-    }
-    return result + "\xE2\x80\xA6";
 }
 
 void SvgCanvas::Begin(double width, double height, std::string_view label, std::string_view style_sheet) {

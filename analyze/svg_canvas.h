@@ -15,12 +15,6 @@ namespace bootweave {
 /// has no character for is U+FFFD.
 [[nodiscard]] std::string XmlText(std::string_view text);
 
-/// Columns that a text takes: two for each character of East Asian scripts, emoji and the like.
-[[nodiscard]] std::size_t ColumnsOf(std::string_view text);
-
-/// The text, or its beginning and an ellipsis, in so many columns; nothing when three letters do not fit.
-[[nodiscard]] std::string Shorten(std::string_view text, std::size_t columns);
-
 /// Writes the marks, each in a line. The stream outlives it.
 class SvgCanvas {
   public:

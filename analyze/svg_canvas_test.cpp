@@ -21,22 +21,6 @@ TEST(SvgCanvasTest, WhatXmlHasNoCharacterForIsReplaced) {
     EXPECT_EQ("\t\n\xC3\xB6", XmlText("\t\n\xC3\xB6"));
 }
 
-TEST(SvgCanvasTest, WideCharactersTakeTwoColumns) {
-    EXPECT_EQ(0U, ColumnsOf(""));
-    EXPECT_EQ(3U, ColumnsOf("a\xC3\xB6z"));
-    EXPECT_EQ(1U, ColumnsOf("\xE1\x83\xBF"));
-    EXPECT_EQ(2U, ColumnsOf("\xE1\x84\x80"));
-    EXPECT_EQ(4U, ColumnsOf("\xE7\xBD\x91\xE7\xBB\x9C"));
-}
-
-TEST(SvgCanvasTest, AShortenedTextEndsInAnEllipsis) {
-    EXPECT_EQ("network", Shorten("network", 7));
-    EXPECT_EQ("netw\xE2\x80\xA6", Shorten("network", 5));
-    EXPECT_EQ("", Shorten("network", 3));
-    EXPECT_EQ("a", Shorten("a", 1));
-    EXPECT_EQ("\xE7\xBD\x91\xE2\x80\xA6", Shorten("\xE7\xBD\x91\xE7\xBB\x9C\xE7\xBB\x9C", 4));
-}
-
 TEST(SvgCanvasTest, EachMarkIsALine) {
     std::ostringstream out;
     SvgCanvas canvas(out);

@@ -11,6 +11,7 @@
 
 #include <sys/time.h>
 
+#include "analyze/text_columns.h"
 #include "driver/profiling_log.h"
 
 namespace bootweave {
@@ -20,13 +21,6 @@ constexpr std::size_t kTextGap = 2;  // at least, in front of a column
 constexpr std::size_t kNumberGap = 1;
 constexpr std::array<std::string_view, 4> kSequences{"", "\033[1m", "\033[31m", "\033[32m"};
 static_assert(kSequences.size() == static_cast<std::size_t>(Emphasis::kGreen) + 1);
-
-/// Characters, not bytes.
-std::size_t WidthOf(std::string_view text) {
-    return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char byte) {
-        return (static_cast<unsigned char>(byte) & 0xC0) != 0x80;
-    }));
-}
 
 /// A number of thousandths, as "12.345".
 std::string Thousandths(std::int64_t number) {
@@ -51,7 +45,7 @@ Table::Table(std::vector<Column> columns) : columns_(std::move(columns)) {
 }
 
 void Table::MakeRoom(Column& column, std::string_view text) {
-    column.width = std::max(column.width, WidthOf(text) + (column.number ? kNumberGap : kTextGap));
+    column.width = std::max(column.width, ColumnsOf(text) + (column.number ? kNumberGap : kTextGap));
 }
 
 void Table::Add(std::vector<Field> row) {
@@ -84,7 +78,7 @@ void Table::WriteRow(std::ostream& out, const std::vector<Field>& row, const Tex
             out << (index > 0 ? "\t" : "") << text;
             continue;
         }
-        const std::size_t width = WidthOf(row[index].text) + (column.number ? 0 : kTextGap);
+        const std::size_t width = ColumnsOf(row[index].text) + (column.number ? 0 : kTextGap);
         const std::string padding(column.width > width ? column.width - width : 0, ' ');
         if (column.number) {
             out << padding << text;

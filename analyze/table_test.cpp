@@ -27,6 +27,15 @@ TEST(TableTest, PeopleGetColumnsAsWideAsWhatTheyHold) {
         Written({.aligned = true}));
 }
 
+TEST(TableTest, ACharacterThatTakesTwoColumnsCountsTwo) {
+    Table table({{"NAME", false, 0}, {"LAST", false}});
+    table.Add({{"\xE7\xBD\x91"}, {"x"}});
+    table.Add({{"storage"}, {"y"}});
+    std::ostringstream out;
+    table.Write(out, {.aligned = true});
+    EXPECT_EQ("  NAME     LAST\n  \xE7\xBD\x91       x\n  storage  y\n", out.str());
+}
+
 TEST(TableTest, ColoursDoNotMoveTheColumns) {
     EXPECT_EQ(
         "       TIME  NAME     LAST\n"

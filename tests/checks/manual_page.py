@@ -29,6 +29,7 @@ _NO_MESSAGES = {
     "analyze/report_text.cpp": "the reports, which the page explains line by line",
     "analyze/svg_canvas.cpp": "marks of a picture",
     "analyze/table.cpp": "how the reports write numbers",
+    "analyze/text_columns.cpp": "an ellipsis",
     "driver/help_text.cpp": "the help, which the page has in its own words",
     "graph/dot.cpp": "the graph's text",
     "platform/linux/boot_splash.cpp": "arguments for the splash screen",

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -63,6 +64,15 @@ RunGraph ReadGraph(const Request& request, const ProfileBlock& block) {
     return graph;
 }
 
+/// A chain that ends in a circle looks as if its last plugin had waited for none.
+void WarnOfCircle(const Request& request, const ProfileBlock& block, const RunGraph& graph,
+                  const std::vector<ChainLink>& chain) {
+    const std::string circle = CircleOf(block, graph, chain);
+    if (!circle.empty()) {
+        request.diagnostics.Say("the chain ends in a circle: plugins wait for each other: " + circle);
+    }
+}
+
 void WriteTime(const Request& request) {
     const ChosenRun run = ReadRun(request, request.options.profile);
     request.options.json ? WriteTimeJson(request.out, run) : WriteTimeText(request.out, run, request.style);
@@ -77,6 +87,7 @@ void WriteChain(const Request& request) {
     const ChosenRun run = ReadRun(request, request.options.profile);
     const RunGraph graph = ReadGraph(request, run.block);
     const std::vector<ChainLink> chain = CriticalChain(run.block, graph, request.options.plugin);
+    WarnOfCircle(request, run.block, graph, chain);
     request.options.json ? WriteChainJson(request.out, run, graph, chain)
                          : WriteChainText(request.out, run, graph, chain, request.style);
 }
@@ -121,17 +132,30 @@ void ReplaceOutput(const std::string& path, const std::string& content) {
     }
 }
 
+/// Names may differ: of two links, of a link and what it leads to, of ways through other directories.
+bool IsSameFile(const std::string& one, const std::string& other) {
+    struct stat first {};
+    struct stat second {};
+    return ::stat(one.c_str(), &first) == 0 && ::stat(other.c_str(), &second) == 0 &&
+           first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+}
+
 void WritePlot(const Request& request) {
+    const std::optional<std::string>& output = request.options.output;
+    if (output.has_value() && IsSameFile(*output, request.options.profile)) {
+        throw Exception("cannot write " + *output + ": it is the profile that is read");
+    }
     const ChosenRun run = ReadRun(request, request.options.profile);
     const RunGraph graph = ReadGraph(request, run.block);
     const BootPicture picture = LayOut(run.block, graph);
-    if (!request.options.output.has_value()) {
+    WarnOfCircle(request, run.block, graph, {picture.chain.rbegin(), picture.chain.rend()});
+    if (!output.has_value()) {
         WritePlotSvg(request.out, run, graph, picture);
         return;
     }
     std::ostringstream content;
     WritePlotSvg(content, run, graph, picture);
-    ReplaceOutput(*request.options.output, content.str());
+    ReplaceOutput(*output, content.str());
 }
 
 /// Without a plugin that ran there is a graph all the same.
@@ -146,6 +170,7 @@ void WriteDependencies(const Request& request) {
     const RunGraph graph = ReadGraph(request, run.block);
     const GraphPart part = PartAround(run.block, graph, request.options.around);
     const std::vector<ChainLink> chain = ChainIfAny(run.block, graph);
+    WarnOfCircle(request, run.block, graph, chain);
     request.options.json ? WriteGraphJson(request.out, run, graph, chain, part)
                          : WriteGraphDot(request.out, run, graph, chain, part);
 }

@@ -2,6 +2,7 @@
 #include "analyze/analyze.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -169,6 +170,29 @@ TEST_F(AnalyzeTest, APictureThatCannotBeWrittenIsAnErrorAndNothingIsLost) {
     ExpectFailure(1, "bootweave-analyze: cannot read /no/such/log: No such file or directory\n",
                   RunWith({"analyze", "plot", "--profile=/no/such/log", "-o", kept}));
     EXPECT_EQ("old", ReadFile(kept));
+}
+
+TEST_F(AnalyzeTest, APictureDoesNotReplaceTheProfile) {
+    const std::string link = dir_.File("link.svg");
+    std::filesystem::create_symlink("log", link);
+    for (const std::string& output : {dir_.File("log"), link}) {
+        ExpectFailure(1, "bootweave-analyze: cannot write " + output + ": it is the profile that is read\n",
+                      Run(kBoot, {"plot", "--plugin-directory", dir_.path(), "-o", output}));
+        EXPECT_EQ(kBoot, ReadFile(dir_.File("log")));
+    }
+}
+
+TEST_F(AnalyzeTest, AChainThatEndsInACircleSaysSo) {
+    static_cast<void>(dir_.WriteFile("storage.json", R"({"metadata": {"version": 1, "requires": ["x"],
+        "provides": ["x"]}, "operations": {"start": []}})"));
+    for (const char* command : {"critical-chain", "plot", "dot"}) {
+        const Outcome outcome = Run(kBoot, {command, "--plugin-directory", dir_.path()});
+        EXPECT_EQ(0, outcome.status);
+        EXPECT_TRUE(
+            outcome.err.ends_with("bootweave-analyze: the chain ends in a circle: plugins wait for "
+                                  "each other: storage -> storage\n"))
+            << command << ": " << outcome.err;
+    }
 }
 
 TEST_F(AnalyzeTest, ABlockThatIsNotThereIsAnError) {

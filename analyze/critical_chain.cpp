@@ -88,4 +88,19 @@ std::vector<ChainLink> CriticalChain(const ProfileBlock& block, const RunGraph& 
     return chain;
 }
 
+std::string CircleOf(const ProfileBlock& block, const RunGraph& graph, const std::vector<ChainLink>& chain) {
+    const std::optional<Wait> wait =
+        chain.empty() ? std::nullopt : LongestWait(block, graph, chain.back().plugin);
+    if (!wait.has_value()) {
+        return {};
+    }
+    std::string circle;
+    for (const ChainLink& link : chain) {
+        if (!circle.empty() || link.plugin == wait->provider) {
+            circle += block.plugins[link.plugin].name + " -> ";
+        }
+    }
+    return circle + block.plugins[wait->provider].name;
+}
+
 }  // namespace bootweave

@@ -31,4 +31,9 @@ struct ChainLink {
 [[nodiscard]] std::vector<ChainLink> CriticalChain(const ProfileBlock& block, const RunGraph& graph,
                                                    const std::optional<std::string>& name);
 
+/// Those of a chain that wait for each other, "a -> b -> a", when it ends in a circle; empty for any other.
+/// No run has had one: files were changed since.
+[[nodiscard]] std::string CircleOf(const ProfileBlock& block, const RunGraph& graph,
+                                   const std::vector<ChainLink>& chain);
+
 }  // namespace bootweave

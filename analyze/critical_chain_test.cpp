@@ -99,6 +99,17 @@ TEST(CriticalChainTest, ACircleEndsIt) {
     EXPECT_THAT(Chain(Block(), {{}, {}, {2}, {}, {}}), ElementsAre("c 57 0"));
 }
 
+TEST(CriticalChainTest, ACircleHasItsName) {
+    const auto circle = [](const Providers& providers) {
+        const RunGraph graph = GraphOf(providers);
+        return CircleOf(Block(), graph, CriticalChain(Block(), graph, {}));
+    };
+    EXPECT_EQ("b -> a -> b", circle({{1}, {0}, {1}, {}, {}}));
+    EXPECT_EQ("c -> c", circle({{}, {}, {2}, {}, {}}));
+    EXPECT_EQ("", circle(kProviders));
+    EXPECT_EQ("", CircleOf(Block(), GraphOf(kProviders), {}));
+}
+
 TEST(CriticalChainTest, WithoutTheRunsStartTheFirstWaitIsUnknown) {
     ProfileBlock block = Block();
     block.start.reset();

@@ -25,6 +25,7 @@ MS_PRIVATE = 1 << 18
 
 _MNT_DETACH = 2
 _PR_SET_PDEATHSIG = 1
+_PR_SET_CHILD_SUBREAPER = 36
 _PR_CAPBSET_READ = 23
 _PR_CAPBSET_DROP = 24
 
@@ -75,6 +76,11 @@ def unshare(flags):
 def set_parent_death_signal(number):
     """The signal that this process gets when its parent ends; 0 for none."""
     _check(_libc.prctl(_PR_SET_PDEATHSIG, ctypes.c_ulong(number), 0, 0, 0), "prctl")
+
+
+def adopt_orphans():
+    """Descendants that lose their parent get this process for one, also once it executes another program."""
+    _check(_libc.prctl(_PR_SET_CHILD_SUBREAPER, ctypes.c_ulong(1), 0, 0, 0), "prctl")
 
 
 def drop_capability_bounds(numbers):

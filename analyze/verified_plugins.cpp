@@ -21,6 +21,7 @@
 #include "analyze/verify_json_keys.h"
 #include "driver/discovery.h"
 #include "plugins/json_plugin_file.h"
+#include "plugins/native_metadata.h"
 #include "util/error_text.h"
 
 namespace bootweave {
@@ -209,6 +210,10 @@ class Loader {
         plugin.disabling_flags = {metadata.disabling_flags.begin(), metadata.disabling_flags.end()};
         plugin.run_once = metadata.run_once;
         plugin.version = std::move(metadata.plugin_version);
+        if (!metadata.has_start) {
+            Add(place, Severity::kError, FindingKind::kNoOperation, plugin.name,
+                NoOperationText(place.absolute, "start"));
+        }
         return metadata.version;
     }
 

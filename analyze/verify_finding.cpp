@@ -8,11 +8,12 @@ namespace bootweave {
 namespace {
 
 constexpr std::array kKindTexts{
-    "unreadable",   "not-loaded", "syntax",   "ignored",      "unknown-key",  "unread-key",
-    "repeated-key", "flags",      "run-once", "command",      "writable",     "duplicate-name",
-    "debug-line",   "debug-file", "cycle",    "not-provided", "not-required", "init-script",
+    "unreadable",   "not-loaded",     "syntax",      "ignored",      "unknown-key",
+    "unread-key",   "repeated-key",   "flags",       "run-once",     "command",
+    "writable",     "duplicate-name", "debug-line",  "debug-file",   "cycle",
+    "not-provided", "not-required",   "init-script", "no-operation",
 };
-static_assert(kKindTexts.size() == static_cast<std::size_t>(FindingKind::kInitScript) + 1);
+static_assert(kKindTexts.size() == static_cast<std::size_t>(FindingKind::kNoOperation) + 1);
 
 }  // namespace
 

@@ -38,6 +38,7 @@ enum class FindingKind {
     kNotProvided,
     kNotRequired,
     kInitScript,
+    kNoOperation,
 };
 
 /// The kind's name for programs, such as "unknown-key"; names never change.

@@ -86,6 +86,14 @@ TEST_F(VerifyTest, AFileThatCannotBeLoadedHasTheTextOfTheLoader) {
     EXPECT_EQ(0U, Verify(sources_).plugins);
 }
 
+TEST_F(VerifyTest, ANativePluginWithoutAnOperationForStartHasTheTextOfWhatRunsIt) {
+    std::filesystem::copy_file(BOOTWEAVE_NATIVE_OBJECTS "/no_start.so", dir_.File("plugins/libn.so"));
+    EXPECT_THAT(FindingsOf(),
+                ElementsAre(Error("plugins/libn.so", FindingKind::kNoOperation, "n",
+                                  dir_.File("plugins/libn.so") + ": has no operation for start")));
+    EXPECT_EQ(1U, Verify(sources_).plugins);
+}
+
 TEST_F(VerifyTest, AFileThatIsNoJsonAlsoHasThePlace) {
     dir_.WriteFile("plugins/a.json", "{\n  \"metadata\"\n}\n");
     EXPECT_THAT(
@@ -275,13 +283,13 @@ TEST_F(VerifyTest, TheHostsOwnIsWhatABootReads) {
 
 TEST(FindingTest, EachKindHasItsName) {
     std::vector<std::string> names;
-    for (int kind = 0; kind <= static_cast<int>(FindingKind::kInitScript); ++kind) {
+    for (int kind = 0; kind <= static_cast<int>(FindingKind::kNoOperation); ++kind) {
         names.emplace_back(FindingKindText(static_cast<FindingKind>(kind)));
     }
     EXPECT_THAT(names, ElementsAre("unreadable", "not-loaded", "syntax", "ignored", "unknown-key",
                                    "unread-key", "repeated-key", "flags", "run-once", "command", "writable",
                                    "duplicate-name", "debug-line", "debug-file", "cycle", "not-provided",
-                                   "not-required", "init-script"));
+                                   "not-required", "init-script", "no-operation"));
 }
 
 }  // namespace

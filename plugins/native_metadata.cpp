@@ -112,9 +112,14 @@ void AllFields(Direction& direction, Answer& answer) {
     direction.Field(metadata.requires_names);
     direction.Field(metadata.required_flags);
     direction.Field(metadata.disabling_flags);
+    direction.Field(metadata.has_start);
 }
 
 }  // namespace
+
+std::string NoOperationText(const std::string& path, const std::string& method) {
+    return path + ": has no operation for " + method;
+}
 
 std::string PackAnswer(const MetadataAnswer& answer) {
     Packer packer;

@@ -30,6 +30,7 @@ struct NativeMetadata {
     std::vector<std::string> requires_names;
     std::vector<std::string> required_flags;
     std::vector<std::string> disabling_flags;
+    bool has_start = false;  ///< not asked by a boot: whoever runs the method finds out
 
     bool operator==(const NativeMetadata&) const = default;
 };
@@ -64,6 +65,10 @@ struct MetadataAnswer {
 ///
 /// \return nothing when the bytes are not exactly those of one answer
 [[nodiscard]] std::optional<MetadataAnswer> UnpackAnswer(std::string_view bytes);
+
+/// What is said of an object whose table of operations has none for a method: "<path>: has no operation for
+/// <method>".
+[[nodiscard]] std::string NoOperationText(const std::string& path, const std::string& method);
 
 /// How a child that failed ended, from its raw wait status: "exited with signal: N", "exited with code N" or,
 /// for one that did not end, "exited: <unknown failure>".

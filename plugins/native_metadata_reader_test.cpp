@@ -108,7 +108,8 @@ TEST_F(NativeMetadataReaderTest, AllOfAVersion3ObjectIsRead) {
                                   .provides_names = {"p1", "p2", "p1"},
                                   .requires_names = {"r1", "r2"},
                                   .required_flags = {"f2", "f1"},
-                                  .disabling_flags = {"d1"}};
+                                  .disabling_flags = {"d1"},
+                                  .has_start = true};
     EXPECT_EQ(expected, reader.Read(NativeObject("version3")));
     NativeMetadata newest = expected;
     newest.version = 4;
@@ -125,7 +126,8 @@ TEST_F(NativeMetadataReaderTest, BelowVersion3TheFieldsBehindTheNamesAreIgnored)
                                   .provides_names = {"p1", "p2", "p1"},
                                   .requires_names = {"r1", "r2"},
                                   .required_flags = {},
-                                  .disabling_flags = {}}),
+                                  .disabling_flags = {},
+                                  .has_start = true}),
                   reader.Read(NativeObject("version" + std::to_string(version))));
     }
 }
@@ -134,9 +136,15 @@ TEST_F(NativeMetadataReaderTest, NullPointersAreEmptyLists) {
     NativeMetadataReader reader(Real());
     NativeMetadata expected;
     expected.version = 2;
+    expected.has_start = true;
     EXPECT_EQ(expected, reader.Read(NativeObject("empty2")));
     expected.version = 3;
     EXPECT_EQ(expected, reader.Read(NativeObject("empty3")));
+}
+
+TEST_F(NativeMetadataReaderTest, AnObjectWithoutAnOperationForStartIsReadAsSuch) {
+    NativeMetadataReader reader(Real());
+    EXPECT_FALSE(reader.Read(NativeObject("no_start")).has_start);
 }
 
 TEST_F(NativeMetadataReaderTest, AnObjectInCppIsAsGood) {

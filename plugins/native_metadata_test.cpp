@@ -20,7 +20,8 @@ MetadataAnswer FullAnswer() {
                          .provides_names = {"a", "", "c"},
                          .requires_names = {"\xFF\n"},
                          .required_flags = {},
-                         .disabling_flags = {"d"}}};
+                         .disabling_flags = {"d"},
+                         .has_start = true}};
 }
 
 TEST(NativeMetadataTest, AnAnswerComesOutAsItWentIn) {

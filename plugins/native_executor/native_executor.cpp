@@ -9,6 +9,7 @@
 
 #include <bootweave/native_plugin.h>
 
+#include "plugins/native_metadata.h"
 #include "plugins/shared_object.h"
 
 namespace bootweave {
@@ -59,7 +60,7 @@ int RunNativeExecutor(int argc, const char* const* argv) {
         return Complain(kNotLoaded, error.what());
     }
     if (operations == nullptr || operations[*entry] == nullptr) {
-        return Complain(kNoOperation, std::string(path) + ": has no operation for " + method);
+        return Complain(kNoOperation, NoOperationText(path, method));
     }
     return operations[*entry](name) == 0 ? kSuccess : kOperationFailed;
 }

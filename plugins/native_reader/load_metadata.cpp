@@ -95,6 +95,7 @@ MetadataAnswer ReadMetadataRecord(const BootweavePluginOperation* operations,
                                   const BootweavePluginMetadata& record) {
     MetadataAnswer answer;
     NativeMetadata& metadata = answer.metadata;
+    metadata.has_start = operations[BOOTWEAVE_PLUGIN_START] != nullptr;
     metadata.has_apply_host_profile = operations[BOOTWEAVE_PLUGIN_APPLY_HOST_PROFILE] != nullptr;
     metadata.version = record.version;
     if (metadata.version < kOldestVersion || metadata.version > kNewestVersion) {

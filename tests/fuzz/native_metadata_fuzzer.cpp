@@ -90,7 +90,8 @@ void CheckRecord(Source source) {
     NativeMetadata expected{.version = version,
                             .has_apply_host_profile = table[1] != nullptr,
                             .provides_names = provided_names.strings(),
-                            .requires_names = required_names.strings()};
+                            .requires_names = required_names.strings(),
+                            .has_start = table[0] != nullptr};
     if (version >= 3) {
         expected.run_once = run_once != 0;
         expected.plugin_version = plugin_version;

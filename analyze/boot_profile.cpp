@@ -204,21 +204,30 @@ class Parser {
         ProfileBlock& block = profile_.blocks.back();
         const bool is_boot = block.kind == RunKind::kBoot;
         if (Skip(line, is_boot ? " Start: " : " Start Daemon: ")) {
-            return (block.start = ParseStamp(line)).has_value();
+            return SetOnce(block.start, ParseStamp(line));
         }
         if (Skip(line, is_boot ? " End: " : " End Daemon: ")) {
-            return (block.end = ParseStamp(line)).has_value();
+            return SetOnce(block.end, ParseStamp(line));
         }
         if (Skip(line, " Random Seed: ")) {
-            return (block.settings.seed = ParseNumber<std::int64_t>(line)).has_value();
+            return SetOnce(block.settings.seed, ParseNumber<std::int64_t>(line));
         }
         for (const auto& [name, flag] : kFlags) {
             if (Skip(line, name) && (line == "0" || line == "1")) {
-                block.settings.*flag = line == "1";
-                return true;
+                return SetOnce(block.settings.*flag, std::optional(line == "1"));
             }
         }
         return false;
+    }
+
+    /// No run writes a setting twice: a second one is not its own.
+    template <typename Value>
+    static bool SetOnce(std::optional<Value>& setting, const std::optional<Value>& value) {
+        if (setting.has_value() || !value.has_value()) {
+            return false;
+        }
+        setting = value;
+        return true;
     }
 
     void Begin(RunKind kind) {

@@ -258,6 +258,16 @@ TEST(BootProfileTest, TimesThatCannotBeAddedUpAreLeftOut) {
               profile.warnings.at(1).text);
 }
 
+TEST(BootProfileTest, ASettingThatIsThereTwiceCountsOnce) {
+    const std::string text = Boot() + " Parallel: 1\n Parallel: 0\n End: 2027-01-01 00:00:00.000000\n";
+    const BootProfile profile = ParseBootProfile(text);
+    EXPECT_EQ(3U, profile.warnings.size());
+    EXPECT_EQ("not understood, and left out", profile.warnings.at(0).text);
+    const ProfileBlock expected = ParseBootProfile(Boot()).blocks.at(0);
+    EXPECT_EQ(expected.end, profile.blocks.at(0).end);
+    EXPECT_EQ(expected.settings.parallel, profile.blocks.at(0).settings.parallel);
+}
+
 TEST(BootProfileTest, ATabIsPartOfANameAndNoField) {
     EXPECT_THAT(BlocksOf(Boot("[2026-11-15 15:00:00.000123 - 2026-11-15 15:00:01.000124] sysboot: a\tb\n")),
                 ElementsAre("boot@1 a\\x09b"));

@@ -37,11 +37,10 @@ std::size_t Target(const ProfileBlock& block, const std::optional<std::string>& 
     return *target;
 }
 
-std::optional<Duration> Since(const std::optional<Instant>& earlier, Instant later) {
-    if (!earlier.has_value()) {
-        return std::nullopt;
-    }
-    return std::max(Duration(0), later - *earlier);  // the clock may have been set back
+/// Nothing when the start is not known, or the clock was set back since.
+std::optional<Duration> SinceStart(const ProfileBlock& block, Instant instant) {
+    const bool known = block.start.has_value() && *block.start <= instant;
+    return known ? std::optional(instant - *block.start) : std::nullopt;
 }
 
 /// The barrier that held a plugin up longest, and the plugin that did.
@@ -74,9 +73,11 @@ std::vector<ChainLink> CriticalChain(const ProfileBlock& block, const RunGraph& 
         met[next] = true;
         const PluginTimes& plugin = block.plugins[next];
         const std::optional<Wait> wait = LongestWait(block, graph, next);
-        const std::optional<Instant> ready =
-            wait.has_value() ? block.plugins[wait->provider].end : block.start;
-        chain.push_back({next, Since(block.start, plugin.start), Since(ready, plugin.start), {}});
+        const std::optional<Duration> at = SinceStart(block, plugin.start);
+        const auto idle_since = [&](const Wait& ready) {
+            return std::max(Duration(0), plugin.start - block.plugins[ready.provider].end);
+        };
+        chain.push_back({next, at, wait.has_value() ? idle_since(*wait) : at, {}});
         if (!wait.has_value()) {
             break;
         }

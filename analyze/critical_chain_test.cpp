@@ -116,6 +116,12 @@ TEST(CriticalChainTest, WithoutTheRunsStartTheFirstWaitIsUnknown) {
     EXPECT_THAT(Chain(block, kProviders), ElementsAre("c - 7", "b - 0", "a - -"));
 }
 
+TEST(CriticalChainTest, APluginThatBeganBeforeTheRunDidSoAtAnUnknownTime) {
+    ProfileBlock block = Block();
+    block.start = kBegin + Duration(6);
+    EXPECT_THAT(Chain(block, kProviders), ElementsAre("c 51 7", "b 0 0", "a - -"));
+}
+
 TEST(CriticalChainTest, APluginThatIsNotThereOrDidNotRunIsAnError) {
     EXPECT_EQ("the profile has no plugin x", ErrorOf(Block(), "x"));
     EXPECT_EQ("d did not run", ErrorOf(Block(), "d"));

@@ -90,7 +90,8 @@ class PictureTest(SystemTest):
         name = "<b>&amp;\"'\t]]>\u200f"
         svg = self._plot(plugin(name), _log([(name, 100, 900)], 1000))
         root = xml.etree.ElementTree.fromstring(svg)
-        self.assertIn(name, [text.text for text in root.iter(_SVG + "text")])
+        shown = name.replace("\t", "\\x09")  # as in all reports
+        self.assertIn(shown, [text.text for text in root.iter(_SVG + "text")])
         self.assertEqual(name, next(root.iter(_SVG + "title")).text.splitlines()[0])
         self.assertEqual(2, self._assert_colours(svg, "light")[1])
 

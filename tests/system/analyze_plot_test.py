@@ -92,7 +92,7 @@ class PictureTest(SystemTest):
         root = xml.etree.ElementTree.fromstring(svg)
         shown = name.replace("\t", "\\x09")  # as in all reports
         self.assertIn(shown, [text.text for text in root.iter(_SVG + "text")])
-        self.assertEqual(name, next(root.iter(_SVG + "title")).text.splitlines()[0])
+        self.assertEqual(shown, next(root.iter(_SVG + "title")).text.splitlines()[0])
         self.assertEqual(2, self._assert_colours(svg, "light")[1])
 
     def test_every_bar_has_a_tooltip(self):

@@ -8,12 +8,14 @@ import subprocess
 import tempfile
 import unittest
 
+from documents_test import dead_links
 from harness import UNTIL, File, SystemTest, command, plugin
 
 PACKAGES_VARIABLE = "BOOTWEAVE_PACKAGES"
 
 _ROOT = os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", "..")
 _ON_HOST = "/srv/packages"
+_PACKAGES = "bootweave bootweave-dev bootweave-doc"
 _SITE = "/srv/site"     # what the host's owner adds once the packages are there
 _UNIT = "/usr/lib/systemd/system/bootweave.service"
 _LEFT_BY_RUNS = ["/bootbank/bootweav.gz", "/var/log/bootweave-hostcli-stdout.log", "/var/log/sysboot.log"]
@@ -45,9 +47,9 @@ invoke() {{
     bootweave --invoke --method=start --plugin="$1"
 }}
 quietly() {{ "$@" >/srv/log 2>&1 || {{ cat /srv/log >&2; return 1; }}; }}
-install() {{ quietly dpkg --install {_ON_HOST}/bootweave_*.deb {_ON_HOST}/bootweave-dev_*.deb; }}
-remove() {{ quietly dpkg --remove bootweave bootweave-dev; }}
-purge() {{ quietly dpkg --purge bootweave bootweave-dev; }}
+install() {{ quietly dpkg --install {_ON_HOST}/*.deb; }}
+remove() {{ quietly dpkg --remove {_PACKAGES}; }}
+purge() {{ quietly dpkg --purge {_PACKAGES}; }}
 list >/srv/before
 """
 
@@ -101,6 +103,16 @@ class FilesTest(unittest.TestCase):
             raise RuntimeError(f"{' '.join(command)}: {result.stderr}{result.stdout}")
         return result.stdout
 
+    def test_every_relative_link_of_a_document_leads_to_a_file_of_its_package(self):
+        with tempfile.TemporaryDirectory(prefix="bootweave-package-") as directory:
+            for package in _PACKAGES.split():
+                with self.subTest(package):
+                    place = f"{directory}/{package}"
+                    self._output("dpkg-deb", "--extract", _built(f"{package}_*.deb"), place)
+                    self.assertEqual([], list(dead_links(f"{place}/usr/share/doc")))
+                    self.assertEqual(package == "bootweave-doc",
+                                     os.path.exists(f"{place}/usr/share/doc/bootweave/README.md"))
+
     def test_the_version_is_the_one_that_the_program_is_built_as(self):
         with open(os.path.join(_ROOT, "CMakeLists.txt"), encoding="utf-8") as file:
             version = re.search(r"^project\(bootweave VERSION (\S+)", file.read(), re.MULTILINE)[1]
@@ -113,7 +125,7 @@ class LifeTest(SystemTest):
     def _run(self, script, *files):
         self.need_users()
         packages = {}
-        for pattern in "bootweave_*.deb", "bootweave-dev_*.deb":
+        for pattern in [f"{name}_*.deb" for name in _PACKAGES.split()]:
             path = _built(pattern)
             with open(path, "rb") as file:
                 packages[f"{_ON_HOST}/{os.path.basename(path)}"] = file.read()
@@ -159,7 +171,7 @@ class LifeTest(SystemTest):
             cp -r {_SITE}/. /
             boot >/dev/null
             invoke site.json >/dev/null
-            cp -r /usr/share/doc/bootweave-dev/examples/native-c /srv/native
+            cp -r /usr/share/doc/bootweave/examples/plugins/native-c /srv/native
             make --silent -C /srv/native
             make --silent -C /srv/native install
             invoke random-seed.so >/dev/null
@@ -184,7 +196,7 @@ class LifeTest(SystemTest):
             changed removed
             purge
             changed purged
-            dpkg --status bootweave bootweave-dev 2>&1 || :
+            dpkg --status {_PACKAGES} 2>&1 || :
             """, plugin("site", ["site mark"]), command("site.mark", "echo $1"),
                         {"/etc/corvane/bootweave/debug.conf": File("d:a:b:/bin/true\n")})
         self.assertEqual((0, ""), (end.status, end.stderr))

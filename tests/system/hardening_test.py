@@ -90,7 +90,8 @@ class FileTest(SystemTest):
                 mode = os.lstat(path).st_mode
                 found.append(os.path.relpath(path, stage))
                 if stat.S_ISLNK(mode):      # to a file beside it, which is looked at itself
-                    self.assertIn(os.readlink(path), names, path)
+                    if "/share/doc/" not in path:
+                        self.assertIn(os.readlink(path), names, path)
                     continue
                 self.assertTrue(stat.S_ISREG(mode), path)
                 self.assertEqual(0, mode & (stat.S_IWGRP | stat.S_IWOTH | stat.S_ISUID | stat.S_ISGID), path)

@@ -29,6 +29,9 @@ PACKAGES_PACKAGE=(
 )
 PACKAGES_PACKAGE_TEST=(lintian)
 
+# To make a Debian tree with daemons.
+PACKAGES_DAEMONS=(mmdebstrap)
+
 # To fuzz.
 PACKAGES_FUZZ=(clang-14 libclang-rt-14-dev)
 

@@ -134,7 +134,7 @@ class LifeTest(SystemTest):
         # takes longer than all else, is left as it is.
         host = self.host(packages, site, setup="rm -rf /usr/libexec/bootweave /usr/lib/corvane /run/corvane\n"
                                                "rm -f /var/lib/man-db/auto-update")
-        return host.shell(_SCRIPT + script, timeout=120)
+        return host.shell(_SCRIPT + script, timeout=300)
 
     def _changes(self, end, title):
         """Paths that the host has more than before, those that it lacks, at the moment of that title."""

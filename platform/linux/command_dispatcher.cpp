@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "platform/cmdgen.h"
@@ -97,6 +98,25 @@ CapturedRun Run(const CommandFile& file, const CommandInput& input, const std::s
     return bootweave::RunCapturingErrors(std::move(options), kMaxErrorOutput);
 }
 
+/// False, with errno set, for anything but a directory that can be read.
+bool IsReadableDirectory(const std::string& path) {
+    const UniqueFd directory(
+        bootweave::RetryOnEintr([&] { return ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+    if (directory.valid()) {
+        return true;
+    }
+    if (errno != EMFILE && errno != ENFILE) {
+        return false;
+    }
+    // That says nothing of the directory, which would be missed for as long as the process lives.
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0 || ::faccessat(AT_FDCWD, path.c_str(), R_OK, AT_EACCESS) != 0) {
+        return false;
+    }
+    errno = ENOTDIR;
+    return S_ISDIR(status.st_mode);
+}
+
 /// Each line with something in it is an error; without one, how the command ended is.
 void AddErrors(const CapturedRun& result, CommandOutput& output) {
     bool has_line = false;
@@ -126,9 +146,7 @@ std::shared_ptr<CommandOutput> CommandOutput::New() {
 }
 
 void Dispatcher::AddExternalDirectory(const std::string& path) {
-    const UniqueFd directory(
-        bootweave::RetryOnEintr([&] { return ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
-    if (!directory.valid()) {
+    if (!IsReadableDirectory(path)) {
         throw Exception(bootweave::LastErrorText());
     }
     directories_.push_back(std::filesystem::absolute(path).string());

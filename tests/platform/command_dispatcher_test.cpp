@@ -7,6 +7,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -37,6 +38,16 @@ using Parameters = std::vector<std::pair<std::string, std::string>>;
 class CommandDispatcherTest : public testing::Test {
   protected:
     void SetUp() override { dispatcher_.AddExternalDirectory(dir_.path()); }
+
+    /// What is said when a directory is added; "added" when it was.
+    std::string FailureToAdd(const std::string& path) {
+        try {
+            dispatcher_.AddExternalDirectory(path);
+            return "added";
+        } catch (const std::exception& error) {
+            return error.what();
+        }
+    }
 
     Errors Execute(Words path, const Parameters& parameters = {}) {
         const auto input = CommandInput::New();
@@ -255,22 +266,30 @@ TEST_F(CommandDispatcherTest, AnArgumentThatCannotReachTheCommandWholeIsAnError)
 
 TEST_F(CommandDispatcherTest, AnExternalDirectoryMustBeADirectoryThatCanBeRead) {
     dir_.WriteFile("file", "");
-    const auto failure = [this](const std::string& path) -> std::string {
-        try {
-            dispatcher_.AddExternalDirectory(path);
-            return "added";
-        } catch (const std::exception& error) {
-            return error.what();
-        }
-    };
-    EXPECT_EQ("No such file or directory", failure(dir_.File("missing")));
-    EXPECT_EQ("Not a directory", failure(dir_.File("file")));
-    EXPECT_EQ("added", failure(dir_.path()));
+    EXPECT_EQ("No such file or directory", FailureToAdd(dir_.File("missing")));
+    EXPECT_EQ("Not a directory", FailureToAdd(dir_.File("file")));
+    EXPECT_EQ("added", FailureToAdd(dir_.path()));
     if (::geteuid() != 0) {
         std::filesystem::create_directory(dir_.File("closed"));
         ASSERT_EQ(0, ::chmod(dir_.File("closed").c_str(), 0300));
-        EXPECT_EQ("Permission denied", failure(dir_.File("closed")));
+        EXPECT_EQ("Permission denied", FailureToAdd(dir_.File("closed")));
     }
+}
+
+TEST_F(CommandDispatcherTest, ADirectoryIsAddedAlsoWhenThereIsNoDescriptorToBeHad) {
+    TempDir second;
+    second.WriteProgram("a", "#!/bin/sh\necho second >&2; exit 1\n");
+    const std::string file = second.WriteFile("file", "");
+    struct rlimit before {};
+    ASSERT_EQ(0, ::getrlimit(RLIMIT_NOFILE, &before));
+    const struct rlimit none { 0, before.rlim_max };
+    ASSERT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &none));
+    const std::string added = FailureToAdd(second.path());
+    const std::string not_added = FailureToAdd(file) + ", " + FailureToAdd(second.File("missing"));
+    ASSERT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &before));
+    EXPECT_EQ("added", added);
+    EXPECT_EQ("Not a directory, No such file or directory", not_added);
+    EXPECT_THAT(Execute({"a"}), ElementsAre("second"));
 }
 
 TEST_F(CommandDispatcherTest, ADirectoryThatGoesAwayAfterwardsHasNoCommands) {

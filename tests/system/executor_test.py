@@ -250,6 +250,17 @@ class LimitTest(SystemTest):
         refused = [entry for entry in end.complaints if "accepting" in entry[1]]
         self.assertEqual([self._NOT_ACCEPTED] * 2, refused)
 
+    def test_commands_are_known_again_after_a_first_one_without_a_descriptor_to_be_had(self):
+        end = self.host(_ASK, _NOTE).shell(UNTIL + _LEAVE_EXECUTOR + """
+            executor=$(pidof bootweave)
+            prlimit --pid $executor --nofile=$(($(ls /proc/$executor/fd | wc -l) + 1)):
+            ask note
+            prlimit --pid $executor --nofile=100:
+            ask 'note --n=1'""", timeout=30)
+        first, second = end.stdout.splitlines()
+        self.assertNotEqual("0", first)
+        self.assertEqual(("0", ["--n=1"]), (second, end.command_output))
+
     def test_a_run_with_hardly_a_descriptor_ends_and_leaves_no_executor_behind(self):
         self.need_small_limits()
         host = self.host(plugin("p", ["note"]), _NOTE)

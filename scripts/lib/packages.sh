@@ -32,6 +32,11 @@ PACKAGES_PACKAGE_TEST=(lintian)
 # To make a Debian tree with daemons.
 PACKAGES_DAEMONS=(mmdebstrap)
 
+# To boot virtual machines; what is in them, beside a kernel; what a kernel asks for that they do without.
+PACKAGES_VM=(cpio e2fsprogs kmod python3 qemu-system-arm qemu-system-x86 rsync)
+PACKAGES_VM_GUEST=(busybox-static dash dpkg e2fsprogs iproute2 libstdc++6)
+PACKAGES_VM_WITHOUT=(debconf initramfs-tools kmod linux-base)
+
 # To fuzz.
 PACKAGES_FUZZ=(clang-14 libclang-rt-14-dev)
 

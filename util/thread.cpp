@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "util/thread.h"
 
+#include <cstddef>
 #include <memory>
 #include <utility>
 
@@ -18,11 +19,33 @@ void* RunBody(void* argument) {
     return nullptr;
 }
 
+/// By default a stack is as large as the limit on the first thread's, which may be next to nothing; to start
+/// a program takes 32 KiB of it at once.
+constexpr std::size_t kLeastStack = 262'144;
+
+int Create(pthread_t& thread, Body* body) {
+    pthread_attr_t attributes{};
+    std::size_t size = 0;
+    int error = pthread_attr_init(&attributes);
+    if (error != 0) {
+        return error;
+    }
+    error = pthread_attr_getstacksize(&attributes, &size);
+    if (error == 0 && size < kLeastStack) {
+        error = pthread_attr_setstacksize(&attributes, kLeastStack);
+    }
+    if (error == 0) {
+        error = pthread_create(&thread, &attributes, RunBody, body);
+    }
+    pthread_attr_destroy(&attributes);
+    return error;
+}
+
 }  // namespace
 
 Thread::Thread(std::function<void()> body) {
     auto owned = std::make_unique<Body>(std::move(body));
-    const int error = pthread_create(&thread_, nullptr, RunBody, owned.get());
+    const int error = Create(thread_, owned.get());
     if (error != 0) {
         throw Exception(ErrorText(error));
     }

@@ -46,6 +46,29 @@ TEST(ThreadTest, DestructionWaitsForTheBody) {
     EXPECT_EQ(7, number);
 }
 
+TEST(ThreadTest, ItsStackIsLargeEnoughWhateverTheLimitOnThose) {
+    pthread_attr_t before{};
+    ASSERT_EQ(0, pthread_getattr_default_np(&before));
+    pthread_attr_t tiny{};
+    ASSERT_EQ(0, pthread_getattr_default_np(&tiny));
+    ASSERT_EQ(0, pthread_attr_setstacksize(&tiny, 16'384));
+    ASSERT_EQ(0, pthread_setattr_default_np(&tiny));  // as the C library does where the limit is that
+    std::size_t size = 0;
+    {
+        const Thread thread([&] {
+            pthread_attr_t own{};
+            if (pthread_getattr_np(pthread_self(), &own) == 0) {
+                static_cast<void>(pthread_attr_getstacksize(&own, &size));
+                pthread_attr_destroy(&own);
+            }
+        });
+    }
+    ASSERT_EQ(0, pthread_setattr_default_np(&before));
+    EXPECT_LE(262'144U, size);
+    pthread_attr_destroy(&tiny);
+    pthread_attr_destroy(&before);
+}
+
 TEST(ThreadTest, JoiningAgainIsHarmless) {
     int runs = 0;
     Thread thread([&] { ++runs; });

@@ -187,8 +187,9 @@ class SocketTest(SystemTest):
 
     def test_who_leaves_before_the_answer_costs_a_line(self):
         leave = "import socket; s = socket.socket(socket.AF_UNIX); s.connect(\"" + _SOCKET + \
-                "\"); s.send(b\"note\"); s.close()"
-        answers, end = self._ask("note --last", before=f"python3 -ISc '{leave}';",
+                "\"); s.send(b\"note\"); s.close(); open(\"/run/left\", \"w\")"
+        await_leaving = command("note", UNTIL + 'until_ test -e /run/left\necho "$*"')
+        answers, end = self._ask("note --last", files=[await_leaving], before=f"python3 -ISc '{leave}';",
                                  after=f"until_ grep -q 'Sending command' {EXECUTOR_LOG}")
         self.assertEqual((["0"], ["", "--last=true"]), (answers, end.command_output))
         self.assertIn((WARNING, "Sending command status to bootweave failed"), end.complaints)

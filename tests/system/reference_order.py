@@ -55,11 +55,12 @@ class _Node:
 class Graph:
     """The plugins of a host and the barriers between them."""
 
-    def __init__(self, documents, flags=frozenset(), injections=()):
+    def __init__(self, documents, flags=frozenset(), injections=(), done=()):
         """
         :param documents: (name, document) of each plugin file, in the order in which they are found
         :param flags: the boot flags that are given
         :param injections: (name, (requires, provides)) of each debug injection, in the order of their lines
+        :param done: names of plugins that have run before, and are waited for by nobody
         """
         self._barriers = {}
         self.plugins = []
@@ -72,6 +73,9 @@ class Graph:
             self._link(plugin, *lists)
         for plugin, (_, document) in zip(self.plugins, taking_part):
             self._link(plugin, document["metadata"]["requires"], document["metadata"]["provides"])
+        for plugin in self.plugins:
+            if plugin.name in done:
+                plugin.state = "done"
 
     @staticmethod
     def _takes_part(metadata, flags):
@@ -98,8 +102,9 @@ class Graph:
 
     def providers(self):
         """Plugin name -> names of the plugins that end before it starts, one barrier away."""
-        return {plugin.name: {provider.name for barrier in plugin.before for provider in barrier.before}
-                for plugin in self.plugins}
+        return {plugin.name: {provider.name for barrier in plugin.before for provider in barrier.before
+                              if provider.state != "done"}
+                for plugin in self.plugins if plugin.state != "done"}
 
     def serial_order(self, rand=None):
         """The plugins' names in the order in which one worker runs them."""

@@ -252,6 +252,7 @@ class LimitTest(SystemTest):
         self.assertEqual([self._NOT_ACCEPTED] * 2, refused)
 
     def test_commands_are_known_again_after_a_first_one_without_a_descriptor_to_be_had(self):
+        self.need_small_limits()
         end = self.host(_ASK, _NOTE).shell(UNTIL + _LEAVE_EXECUTOR + """
             executor=$(pidof bootweave)
             prlimit --pid $executor --nofile=$(($(ls /proc/$executor/fd | wc -l) + 1)):

@@ -29,8 +29,9 @@ PACKAGES_PACKAGE=(
 )
 PACKAGES_PACKAGE_TEST=(lintian)
 
-# To make a Debian tree with daemons.
+# To make a Debian tree with daemons, and to see its boot splash.
 PACKAGES_DAEMONS=(mmdebstrap)
+PACKAGES_DAEMONS_SPLASH=(plymouth)
 
 # To boot virtual machines; what is in them, beside a kernel; what a kernel asks for that they do without.
 PACKAGES_VM=(cpio e2fsprogs kmod python3 qemu-system-arm qemu-system-x86 rsync)

@@ -7,7 +7,6 @@ lister is added. It is looked at from outside: what answers on its network, and 
 
 import datetime
 import hashlib
-import io
 import json
 import os
 import re
@@ -15,6 +14,7 @@ import secrets
 import tarfile
 
 from harness import PROGRAM, STAGE_VARIABLE, UNTIL, SystemTest
+from packed import packed
 
 TREE_VARIABLE = "BOOTWEAVE_DEBIAN_TREE"
 
@@ -79,14 +79,6 @@ def _moment(text):
     return datetime.datetime.fromisoformat(text)
 
 
-def _packed(directory):
-    """A directory as an archive."""
-    archive = io.BytesIO()
-    with tarfile.open(fileobj=archive, mode="w") as file:
-        file.add(directory, ".")
-    return archive.getvalue()
-
-
 def _name_of(process):
     """The init script that has started a process, by its program."""
     return {program: name for name, program in _DAEMONS.items()}.get(process["program"], process["program"])
@@ -102,7 +94,7 @@ class DaemonsTest(SystemTest):
     def _run(self, script):
         self.need_users()
         with open(os.path.join(_HERE, "look.py"), encoding="utf-8") as look:
-            host = self.host({"/srv/stage.tar": _packed(os.environ[STAGE_VARIABLE]),
+            host = self.host({"/srv/stage.tar": packed(os.environ[STAGE_VARIABLE]),
                               "/srv/look.py": look.read()}, syslog=False)
         with open(os.environ[TREE_VARIABLE], "rb") as tree:
             end = host.shell(_SCRIPT % {"lister": _LISTER, "program": PROGRAM}, "sh",

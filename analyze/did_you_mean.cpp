@@ -2,7 +2,9 @@
 #include "analyze/did_you_mean.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
+#include <numeric>
 #include <utility>
 
 namespace bootweave {
@@ -11,54 +13,69 @@ namespace {
 constexpr std::size_t kFarthest = 2;
 
 /// Without the differences that matter least to people.
-std::string Plain(std::string_view name) {
-    std::string plain(name);
-    for (char& letter : plain) {
-        if (letter >= 'A' && letter <= 'Z') {
-            letter = static_cast<char>(letter - 'A' + 'a');
-        } else if (letter == '-') {
-            letter = '_';
-        }
+char Plain(char letter) {
+    if (letter >= 'A' && letter <= 'Z') {
+        return static_cast<char>(letter - 'A' + 'a');
     }
-    return plain;
+    return letter == '-' ? '_' : letter;
 }
 
-/// How many letters to add, leave out, change or swap with their neighbour make one name of the other.
-std::size_t Distance(const std::string& left, const std::string& right) {
-    const std::size_t size_difference =
-        std::max(left.size(), right.size()) - std::min(left.size(), right.size());
-    if (size_difference > kFarthest) {
-        return size_difference;
+bool AreAlike(char left, char right) {
+    return Plain(left) == Plain(right);
+}
+
+/// A row of the distances between the beginnings of two names, only as far from its diagonal as may count:
+/// names of megabytes would take hours otherwise.
+using Band = std::array<std::size_t, 2 * kFarthest + 1>;
+
+bool IsTooFar(const Band& band) {
+    return *std::min_element(band.begin(), band.end()) > kFarthest;
+}
+
+/// How many letters to add, leave out, change or swap with their neighbour make one name of the other; some
+/// number beyond kFarthest when there are more.
+std::size_t Distance(std::string_view left, std::string_view right) {
+    constexpr std::size_t kTooFar = kFarthest + 1;
+    if (std::max(left.size(), right.size()) - std::min(left.size(), right.size()) > kFarthest) {
+        return kTooFar;
     }
-    std::vector<std::size_t> before_last(right.size() + 1);
-    std::vector<std::size_t> last(right.size() + 1);
-    std::vector<std::size_t> row(right.size() + 1);
-    for (std::size_t j = 0; j <= right.size(); ++j) {
-        row[j] = j;
-    }
-    for (std::size_t i = 1; i <= left.size(); ++i) {
-        std::swap(before_last, last);
-        std::swap(last, row);
-        row[0] = i;
-        for (std::size_t j = 1; j <= right.size(); ++j) {
-            const std::size_t change = left[i - 1] == right[j - 1] ? 0 : 1;
-            row[j] = std::min({last[j] + 1, row[j - 1] + 1, last[j - 1] + change});
-            if (i > 1 && j > 1 && left[i - 1] == right[j - 2] && left[i - 2] == right[j - 1]) {
-                row[j] = std::min(row[j], before_last[j - 2] + 1);
+    Band before_last;
+    Band last;
+    Band row;
+    last.fill(kTooFar);
+    row.fill(kTooFar);
+    std::iota(row.begin() + kFarthest, row.end(), std::size_t{0});
+    for (std::size_t i = 1; i <= left.size() && !(IsTooFar(last) && IsTooFar(row)); ++i) {
+        before_last = std::exchange(last, row);
+        row.fill(kTooFar);
+        for (std::size_t k = i < kFarthest ? kFarthest - i : 0; k < row.size(); ++k) {
+            const std::size_t j = i + k - kFarthest;
+            if (j == 0) {
+                row[k] = i;
+                continue;
+            }
+            if (j > right.size()) {
+                break;
+            }
+            row[k] = last[k] + (AreAlike(left[i - 1], right[j - 1]) ? 0 : 1);
+            row[k] = std::min(row[k], k > 0 ? row[k - 1] + 1 : kTooFar);
+            row[k] = std::min(row[k], k + 1 < row.size() ? last[k + 1] + 1 : kTooFar);
+            if (i > 1 && j > 1 && AreAlike(left[i - 1], right[j - 2]) &&
+                AreAlike(left[i - 2], right[j - 1])) {
+                row[k] = std::min(row[k], before_last[k] + 1);
             }
         }
     }
-    return row.back();
+    return row[right.size() + kFarthest - left.size()];
 }
 
 }  // namespace
 
 std::string_view FindNearest(std::string_view name, const std::vector<std::string_view>& known) {
-    const std::string plain = Plain(name);
     std::size_t nearest = kFarthest + 1;
     std::string_view found;
     for (const std::string_view candidate : known) {
-        const std::size_t distance = Distance(plain, Plain(candidate));
+        const std::size_t distance = Distance(name, candidate);
         if (distance < nearest && 2 * distance < std::max(name.size(), candidate.size())) {
             nearest = distance;
             found = candidate;

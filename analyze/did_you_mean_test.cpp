@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "analyze/did_you_mean.h"
 
+#include <string>
+
 #include "gtest/gtest.h"
 
 namespace bootweave {
@@ -27,6 +29,26 @@ TEST(DidYouMeanTest, WhatIsFarOffWasNotMeant) {
     EXPECT_EQ("", FindNearest("reqXXXes", kNames));
     EXPECT_EQ("", FindNearest("xb", kNames));  // half of it
     EXPECT_EQ("", FindNearest("requires", {}));
+}
+
+TEST(DidYouMeanTest, EveryPlaceOfANameCountsAlike) {
+    EXPECT_EQ("requires", FindNearest("equires", kNames));
+    EXPECT_EQ("requires", FindNearest("erquires", kNames));
+    EXPECT_EQ("requires", FindNearest("xxrequires", kNames));
+    EXPECT_EQ("requires", FindNearest("requirsex", kNames));
+    EXPECT_EQ("requires", FindNearest("requir", kNames));
+    EXPECT_EQ("", FindNearest("xrequiresxx", kNames));
+    EXPECT_EQ("requires", FindNearest("xequirse", kNames));
+    EXPECT_EQ("", FindNearest("xequirsx", kNames));
+}
+
+// Somebody's file may hold such names; to compare each letter with each would take hours.
+TEST(DidYouMeanTest, NamesOfMegabytesAreGuessed) {
+    const std::string name(2'000'000, 'x');
+    const std::string near = "y" + name + "y";
+    const std::string far = "y" + name.substr(2) + "yy";
+    EXPECT_EQ(near, FindNearest(name, {far, near}));
+    EXPECT_EQ("", FindNearest(name, {far}));
 }
 
 TEST(DidYouMeanTest, TheNearestIsTheFirstOfThoseThatAreEquallyNear) {

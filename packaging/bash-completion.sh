@@ -24,6 +24,14 @@ _bootweave_analyze_commands=(
     time=none blame=none critical-chain=plugin list=none diff=file verify=file
     plot=none dot=none simulate=none
 )
+# The commands that take an option which not all of them take.
+_bootweave_analyze_takers=(
+    --profile=time,blame,critical-chain,list,plot,dot,simulate
+    --boot=time,blame,critical-chain,diff,plot,dot,simulate
+    --plugin-directory=critical-chain,verify,plot,dot,simulate
+    --json=time,blame,critical-chain,list,diff,verify,dot,simulate
+    --output=plot --strict=verify --around=dot --threads=simulate --without=simulate --time=simulate
+)
 
 # _bootweave_offer WORD...: offers those that begin with what is typed. Words that a shell reads as something
 # else are left out: they come from files that others have named.
@@ -189,19 +197,30 @@ _bootweave_analyze_find_command() {
     done
 }
 
+# Puts the options that the command takes, or all when there is none yet, into "taken".
+_bootweave_analyze_take_options() {
+    local option entry
+    for option in "${_bootweave_analyze_options[@]}"; do
+        for entry in ${command:+"${_bootweave_analyze_takers[@]}"}; do
+            if [[ $entry == "${option%%=*}="* && ,${entry#*=}, != *",$command,"* ]]; then
+                continue 2
+            fi
+        done
+        taken+=("$option")
+    done
+}
+
 _bootweave_analyze() {
-    local cur kind='' before='' is_value command=''
+    local cur kind='' before='' is_value command='' taken=()
     COMPREPLY=()
     _bootweave_split "${_bootweave_analyze_options[@]}"
+    _bootweave_analyze_find_command
     if [[ -n $is_value ]]; then
         _bootweave_values "$kind"
-        return
     elif [[ $cur == -* ]]; then
-        _bootweave_offer_options "${_bootweave_analyze_options[@]}"
-        return
-    fi
-    _bootweave_analyze_find_command
-    if [[ -z $command ]]; then
+        _bootweave_analyze_take_options
+        _bootweave_offer_options "${taken[@]}"
+    elif [[ -z $command ]]; then
         _bootweave_offer "${_bootweave_analyze_commands[@]%=*}"
     else
         _bootweave_values "$(_bootweave_kind "$command" "${_bootweave_analyze_commands[@]}")"

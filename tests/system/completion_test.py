@@ -34,6 +34,12 @@ def _words(line, breaks):
     return words
 
 
+def _with_value(option):
+    """The option as offered, with a value that the program reads where it needs one."""
+    values = {"--boot=": "1", "--threads=": "1", "--time=": "x=1"}
+    return option + values.get(option, "x" if option.endswith("=") else "")
+
+
 class CompletionTest(SystemTest):
     def _offers(self, *lines, files=None, breaks="="):
         """What is offered at the end of each line, one list each."""
@@ -107,6 +113,30 @@ class CompletionTest(SystemTest):
                                       "bootweave-analyze --boot last critical-chain na",
                                       "bootweave-analyze blame ", "bootweave-analyze --boot ",
                                       files=self._plugins))
+
+    def test_each_command_is_offered_just_those_options_that_it_takes(self):
+        commands = self._offers("bootweave-analyze ")
+        self.assertIn("simulate", commands)
+        offers = dict(zip(commands, self._offers(*(f"bootweave-analyze {command} --" for command in commands))))
+        options = self._offers("bootweave-analyze --")
+        self.assertIn("--threads=", options)
+        # One line for each: the option, the command, and what the program says of them.
+        end = self.host().run("/bin/bash", "-c", "".join(
+            f"printf '%s %s ' {command} {option}; "
+            f"bootweave-analyze {command} {'x y' if command == 'diff' else ''} {_with_value(option)} 2>&1 |"
+            "head -n 1\n" for command in commands for option in options))
+        refused = re.compile(r"option '--[a-z-]+' is (not )?for |writes a picture, not JSON")
+        taken = {command: [] for command in commands}
+        for line in end.stdout.splitlines():
+            command, option, said = line.split(" ", 2)
+            if not refused.search(said):
+                taken[command].append(option)
+        self.assertEqual(taken, offers)
+
+    def test_options_in_front_of_a_command_are_all_offered(self):
+        self.assertEqual([["--strict"], ["(-o nospace)", "--around="], []],
+                         self._offers("bootweave-analyze --json --str", "bootweave-analyze --ar",
+                                      "bootweave-analyze --profile x blame --str"))
 
     def test_a_plugin_that_is_to_take_another_time_is_followed_by_that_time(self):
         self.assertEqual([["(-o nospace)", "clock="], [], ["(-o nospace)", "--without="],

@@ -26,10 +26,10 @@ _bootweave_analyze_commands=(
 )
 # The commands that take an option which not all of them take.
 _bootweave_analyze_takers=(
-    --profile=time,blame,critical-chain,list,plot,dot,simulate
-    --boot=time,blame,critical-chain,diff,plot,dot,simulate
-    --plugin-directory=critical-chain,verify,plot,dot,simulate
-    --json=time,blame,critical-chain,list,diff,verify,dot,simulate
+    "--profile=time,blame,critical-chain,list,plot,dot,simulate"
+    "--boot=time,blame,critical-chain,diff,plot,dot,simulate"
+    "--plugin-directory=critical-chain,verify,plot,dot,simulate"
+    "--json=time,blame,critical-chain,list,diff,verify,dot,simulate"
     --output=plot --strict=verify --around=dot --threads=simulate --without=simulate --time=simulate
 )
 

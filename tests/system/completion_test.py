@@ -117,7 +117,8 @@ class CompletionTest(SystemTest):
     def test_each_command_is_offered_just_those_options_that_it_takes(self):
         commands = self._offers("bootweave-analyze ")
         self.assertIn("simulate", commands)
-        offers = dict(zip(commands, self._offers(*(f"bootweave-analyze {command} --" for command in commands))))
+        lines = [f"bootweave-analyze {command} --" for command in commands]
+        offers = dict(zip(commands, self._offers(*lines)))
         options = self._offers("bootweave-analyze --")
         self.assertIn("--threads=", options)
         # One line for each: the option, the command, and what the program says of them.

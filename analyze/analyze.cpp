@@ -64,13 +64,14 @@ RunGraph ReadGraph(const Request& request, const ProfileBlock& block) {
     return graph;
 }
 
-/// A chain that ends in a circle looks as if its last plugin had waited for none.
-void WarnOfCircle(const Request& request, const ProfileBlock& block, const RunGraph& graph,
-                  const std::vector<ChainLink>& chain) {
+/// A chain that ends in a circle looks as if its last plugin had waited for none; others may not have waited.
+void WarnOfChain(const Request& request, const ProfileBlock& block, const RunGraph& graph,
+                 const std::vector<ChainLink>& chain) {
     const std::string circle = CircleOf(block, graph, chain);
     if (!circle.empty()) {
         request.diagnostics.Say("the chain ends in a circle: plugins wait for each other: " + circle);
     }
+    request.diagnostics.Warn(EarlyStarts(block, chain));
 }
 
 void WriteTime(const Request& request) {
@@ -87,7 +88,7 @@ void WriteChain(const Request& request) {
     const ChosenRun run = ReadRun(request, request.options.profile);
     const RunGraph graph = ReadGraph(request, run.block);
     const std::vector<ChainLink> chain = CriticalChain(run.block, graph, request.options.plugin);
-    WarnOfCircle(request, run.block, graph, chain);
+    WarnOfChain(request, run.block, graph, chain);
     request.options.json ? WriteChainJson(request.out, run, graph, chain)
                          : WriteChainText(request.out, run, graph, chain, request.style);
 }
@@ -148,7 +149,7 @@ void WritePlot(const Request& request) {
     const ChosenRun run = ReadRun(request, request.options.profile);
     const RunGraph graph = ReadGraph(request, run.block);
     const BootPicture picture = LayOut(run.block, graph);
-    WarnOfCircle(request, run.block, graph, {picture.chain.rbegin(), picture.chain.rend()});
+    WarnOfChain(request, run.block, graph, {picture.chain.rbegin(), picture.chain.rend()});
     if (!output.has_value()) {
         WritePlotSvg(request.out, run, graph, picture);
         return;
@@ -170,7 +171,7 @@ void WriteDependencies(const Request& request) {
     const RunGraph graph = ReadGraph(request, run.block);
     const GraphPart part = PartAround(run.block, graph, request.options.around);
     const std::vector<ChainLink> chain = ChainIfAny(run.block, graph);
-    WarnOfCircle(request, run.block, graph, chain);
+    WarnOfChain(request, run.block, graph, chain);
     request.options.json ? WriteGraphJson(request.out, run, graph, chain, part)
                          : WriteGraphDot(request.out, run, graph, chain, part);
 }

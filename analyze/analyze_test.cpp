@@ -195,6 +195,24 @@ TEST_F(AnalyzeTest, AChainThatEndsInACircleSaysSo) {
     }
 }
 
+TEST_F(AnalyzeTest, AChainOfPluginsThatDidNotWaitSaysSo) {
+    const std::string log =
+        "[2026-11-15 15:00:00.100000 - 2026-11-15 15:00:01.350000] sysboot: disk\n" +
+        std::string("[2026-11-15 15:00:00.200000 - 2026-11-15 15:00:02.000000] sysboot: net\n");
+    static_cast<void>(dir_.WriteFile("disk.json", R"({"metadata": {"version": 1, "requires": [],
+        "provides": ["x"]}, "operations": {"start": []}})"));
+    static_cast<void>(dir_.WriteFile("net.json", R"({"metadata": {"version": 1, "requires": ["x"],
+        "provides": []}, "operations": {"start": []}})"));
+    for (const char* command : {"critical-chain", "plot", "dot"}) {
+        const Outcome outcome = Run(log, {command, "--plugin-directory", dir_.path()});
+        EXPECT_EQ(0, outcome.status);
+        EXPECT_TRUE(
+            outcome.err.ends_with("bootweave-analyze: net began before disk had ended: what it waited for is "
+                                  "unknown\n"))
+            << command << ": " << outcome.err;
+    }
+}
+
 TEST_F(AnalyzeTest, ABlockThatIsNotThereIsAnError) {
     const Outcome beyond = Run(std::string(kBoot) + kDaemons, {"--boot=3"});
     ExpectFailure(1, "bootweave-analyze: there is no block 3 in " + path_ + ", the last one is 2\n", beyond);

@@ -43,6 +43,11 @@ std::optional<Duration> SinceStart(const ProfileBlock& block, Instant instant) {
     return known ? std::optional(instant - *block.start) : std::nullopt;
 }
 
+/// From the end of the one to the start of the other; nothing when that was earlier.
+std::optional<Duration> Between(const PluginTimes& provider, const PluginTimes& plugin) {
+    return provider.end <= plugin.start ? std::optional(plugin.start - provider.end) : std::nullopt;
+}
+
 /// The barrier that held a plugin up longest, and the plugin that did.
 struct Wait {
     std::size_t barrier;
@@ -74,10 +79,8 @@ std::vector<ChainLink> CriticalChain(const ProfileBlock& block, const RunGraph& 
         const PluginTimes& plugin = block.plugins[next];
         const std::optional<Wait> wait = LongestWait(block, graph, next);
         const std::optional<Duration> at = SinceStart(block, plugin.start);
-        const auto idle_since = [&](const Wait& ready) {
-            return std::max(Duration(0), plugin.start - block.plugins[ready.provider].end);
-        };
-        chain.push_back({next, at, wait.has_value() ? idle_since(*wait) : at, {}});
+        chain.push_back(
+            {next, at, wait.has_value() ? Between(block.plugins[wait->provider], plugin) : at, {}});
         if (!wait.has_value()) {
             break;
         }
@@ -102,6 +105,19 @@ std::string CircleOf(const ProfileBlock& block, const RunGraph& graph, const std
         }
     }
     return circle + block.plugins[wait->provider].name;
+}
+
+std::vector<std::string> EarlyStarts(const ProfileBlock& block, const std::vector<ChainLink>& chain) {
+    std::vector<std::string> lines;
+    for (std::size_t link = 0; link + 1 < chain.size(); ++link) {
+        const PluginTimes& plugin = block.plugins[chain[link].plugin];
+        const PluginTimes& provider = block.plugins[chain[link + 1].plugin];
+        if (!Between(provider, plugin).has_value()) {
+            lines.push_back(plugin.name + " began before " + provider.name +
+                            " had ended: what it waited for is unknown");
+        }
+    }
+    return lines;
 }
 
 }  // namespace bootweave

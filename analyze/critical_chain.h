@@ -16,7 +16,8 @@ struct ChainLink {
     std::size_t plugin;          ///< its index in the block
     std::optional<Duration> at;  ///< when it began, from the run's start; empty when that is not known
     /// From the end of what it waited for, or else from the run's start, to its own start: it was ready, and
-    /// no worker took it. Empty when the run's start is not known.
+    /// no worker took it. Empty when the run's start is not known, or when it had begun before that end: it
+    /// did not wait for that then, or the clock was set back.
     std::optional<Duration> idle;
     /// The index of the barrier at which it waited for the next one of the chain; the last one has none.
     std::optional<std::size_t> barrier;
@@ -35,5 +36,10 @@ struct ChainLink {
 /// No run has had one: files were changed since.
 [[nodiscard]] std::string CircleOf(const ProfileBlock& block, const RunGraph& graph,
                                    const std::vector<ChainLink>& chain);
+
+/// A line for each of a chain that had begun before what it should have waited for ended. No run has had one:
+/// files were changed since, or the clock was set back.
+[[nodiscard]] std::vector<std::string> EarlyStarts(const ProfileBlock& block,
+                                                   const std::vector<ChainLink>& chain);
 
 }  // namespace bootweave

@@ -66,12 +66,28 @@ std::string ErrorOf(const ProfileBlock& block, const std::optional<std::string>&
 }
 
 TEST(CriticalChainTest, ItGoesFromTheLastToEndOverTheProvidersThatEndedLast) {
-    // b began before a ended: that is no wait.
-    EXPECT_THAT(Chain(Block(), kProviders), ElementsAre("c 57 7", "b 6 0", "a 5 5"));
+    EXPECT_THAT(Chain(Block(), kProviders), ElementsAre("c 57 7", "b 6 -", "a 5 5"));
+}
+
+TEST(CriticalChainTest, APluginThatBeganBeforeItsProviderHadEndedIsNamedAndItsWaitUnknown) {
+    const auto early = [](const Providers& providers) {
+        const RunGraph graph = GraphOf(providers);
+        return EarlyStarts(Block(), CriticalChain(Block(), graph, {}));
+    };
+    EXPECT_THAT(early(kProviders), ElementsAre("b began before a had ended: what it waited for is unknown"));
+    EXPECT_THAT(early({{}, {}, {0, 1}, {}, {}}), ElementsAre());
+    EXPECT_THAT(early({{}, {}, {2}, {}, {}}), ElementsAre());  // that is a circle
+    EXPECT_THAT(EarlyStarts(Block(), {}), ElementsAre());
+}
+
+TEST(CriticalChainTest, APluginThatBeganWhenItsProviderEndedWasNotIdle) {
+    ProfileBlock block = Block();
+    block.plugins[1] = Ran("b", 10, 50);
+    EXPECT_THAT(Chain(block, kProviders), ElementsAre("c 57 7", "b 10 0", "a 5 5"));
 }
 
 TEST(CriticalChainTest, ItMayBeginWithAnyPluginThatRan) {
-    EXPECT_THAT(Chain(Block(), kProviders, "b"), ElementsAre("b 6 0", "a 5 5"));
+    EXPECT_THAT(Chain(Block(), kProviders, "b"), ElementsAre("b 6 -", "a 5 5"));
     EXPECT_THAT(Chain(Block(), kProviders, "e"), ElementsAre("e 0 0"));
 }
 
@@ -95,8 +111,8 @@ TEST(CriticalChainTest, OfSeveralProvidersOfABarrierTheLastToEndCounts) {
 }
 
 TEST(CriticalChainTest, ACircleEndsIt) {
-    EXPECT_THAT(Chain(Block(), {{1}, {0}, {1}, {}, {}}), ElementsAre("c 57 7", "b 6 0", "a 5 0"));
-    EXPECT_THAT(Chain(Block(), {{}, {}, {2}, {}, {}}), ElementsAre("c 57 0"));
+    EXPECT_THAT(Chain(Block(), {{1}, {0}, {1}, {}, {}}), ElementsAre("c 57 7", "b 6 -", "a 5 -"));
+    EXPECT_THAT(Chain(Block(), {{}, {}, {2}, {}, {}}), ElementsAre("c 57 -"));
 }
 
 TEST(CriticalChainTest, ACircleHasItsName) {
@@ -113,13 +129,13 @@ TEST(CriticalChainTest, ACircleHasItsName) {
 TEST(CriticalChainTest, WithoutTheRunsStartTheFirstWaitIsUnknown) {
     ProfileBlock block = Block();
     block.start.reset();
-    EXPECT_THAT(Chain(block, kProviders), ElementsAre("c - 7", "b - 0", "a - -"));
+    EXPECT_THAT(Chain(block, kProviders), ElementsAre("c - 7", "b - -", "a - -"));
 }
 
 TEST(CriticalChainTest, APluginThatBeganBeforeTheRunDidSoAtAnUnknownTime) {
     ProfileBlock block = Block();
     block.start = kBegin + Duration(6);
-    EXPECT_THAT(Chain(block, kProviders), ElementsAre("c 51 7", "b 0 0", "a - -"));
+    EXPECT_THAT(Chain(block, kProviders), ElementsAre("c 51 7", "b 0 -", "a - -"));
 }
 
 TEST(CriticalChainTest, APluginThatIsNotThereOrDidNotRunIsAnError) {

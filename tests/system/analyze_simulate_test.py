@@ -62,7 +62,9 @@ class SimulationTest(SystemTest):
                 self.assertGreater(imagined["recorded_us"], 1_900_000)
                 self._assert_near(900_000, imagined["longest_chain_us"])
                 self.assertEqual(real["threads"], imagined["threads"])
-                self._assert_near(real["recorded_us"], imagined["simulated_us"])
+                # What each run took around its plugins is its own: on a busy machine the start may be slow.
+                self._assert_near(real["recorded_us"] - real["outside_us"],
+                                  imagined["simulated_us"] - imagined["outside_us"])
 
     def test_without_a_plugin_and_with_a_faster_one_another_chain_decides(self):
         before, after = self._reports(f"""bootweave >/dev/null && {_ANALYZE} simulate --json --threads 6 &&

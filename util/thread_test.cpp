@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include <unistd.h>
+
 #include "gtest/gtest.h"
 #include "util/exception.h"
 
@@ -51,7 +53,8 @@ TEST(ThreadTest, ItsStackIsLargeEnoughWhateverTheLimitOnThose) {
     ASSERT_EQ(0, pthread_getattr_default_np(&before));
     pthread_attr_t tiny{};
     ASSERT_EQ(0, pthread_getattr_default_np(&tiny));
-    ASSERT_EQ(0, pthread_attr_setstacksize(&tiny, 16'384));
+    const long least = ::sysconf(_SC_THREAD_STACK_MIN);
+    ASSERT_EQ(0, pthread_attr_setstacksize(&tiny, static_cast<std::size_t>(least)));
     ASSERT_EQ(0, pthread_setattr_default_np(&tiny));  // as the C library does where the limit is that
     std::size_t size = 0;
     {

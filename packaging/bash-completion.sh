@@ -80,6 +80,18 @@ _bootweave_offer_plugins() {
     done
 }
 
+# _bootweave_offer_reported: the plugins that a report may name: those of the plugin directory and the host's
+# debug injections.
+_bootweave_offer_reported() {
+    local name lines=/etc/corvane/bootweave/debug.conf
+    _bootweave_offer_plugins names json so debug
+    [[ -f $lines && -r $lines ]] || return
+    while IFS=: read -r name _ || [[ -n $name ]]; do
+        read -r name <<<"$name"
+        _bootweave_offer "$name"
+    done <"$lines"
+}
+
 # Offers what goes on behind the last comma of a list.
 _bootweave_next_in_list() {
     local head=${cur%"${cur##*,}"}
@@ -93,7 +105,7 @@ _bootweave_values() {
     none | text) ;;
     file) _bootweave_offer_paths -f ;;
     directory) _bootweave_offer_paths -d ;;
-    plugin) _bootweave_offer_plugins names json so debug ;;
+    plugin) _bootweave_offer_reported ;;
     plugins)
         _bootweave_next_in_list
         _bootweave_offer_plugins names json so
@@ -103,7 +115,7 @@ _bootweave_values() {
         _bootweave_offer_plugins files json so debug
         ;;
     plugin-time)
-        _bootweave_offer_plugins names json so debug
+        _bootweave_offer_reported
         COMPREPLY=("${COMPREPLY[@]/%/=}")
         compopt -o nospace
         ;;

@@ -147,6 +147,16 @@ class CompletionTest(SystemTest):
                                       "bootweave-analyze simulate --time=clock=5 --wi",
                                       "bootweave-analyze --time=clock=5 cri", files=self._plugins))
 
+    def test_debug_injections_are_offered_where_reports_name_plugins(self):
+        lines = "\n slow-disk : : storage:sleep 1\nb a:x: :true\n$(touch x):::\nlast::x:true"
+        self.assertEqual([["clock", "slow-disk", "last"], ["(-o nospace)", "slow-disk="], ["last"],
+                          ["clock"]],
+                         self._offers("bootweave-analyze critical-chain ",
+                                      "bootweave-analyze simulate --time=sl",
+                                      "bootweave-analyze simulate --without la",
+                                      "bootweave --disable-plugins=",
+                                      files={**plugin("clock"), "/etc/corvane/bootweave/debug.conf": lines}))
+
     def test_what_takes_no_value_or_any_is_left_to_the_person(self):
         self.assertEqual([[], [], []], self._offers("bootweave --randomize=", "bootweave --plugin-flags ",
                                                     "bootweave --trace="))

@@ -60,7 +60,7 @@ class Boot:
             self.operate(running)
             running.type(f"power-off {name}\n")
             self.emulator_status = running.wait_for_the_end()
-        self.console = running.console
+        self.console, self.said = running.console, running.said
         self.disk_check = subprocess.run(["/sbin/e2fsck", "-f", "-n", disk], capture_output=True, check=False)
         left = os.path.join(_settings["directory"], "left")
         images.read_back(disk, left)
@@ -186,7 +186,7 @@ class AnyBoot:
     def test_the_machine_switches_itself_off_and_its_disk_is_whole(self):
         self.assertEqual(0, self.boot.emulator_status)
         self.assertIn("reboot: Power down", self.boot.console)
-        self.assertNotIn("@busy", self.boot.console)
+        self.assertNotIn("@busy", self.boot.said)
         self.assertEqual(0, self.boot.disk_check.returncode, self.boot.disk_check.stdout)
 
     def test_no_process_of_the_boot_is_left_but_the_services_that_it_started(self):
@@ -251,7 +251,7 @@ class ProfileBootTest(AnyBoot, unittest.TestCase):
     skipped = _ONCE
 
     def test_plugins_that_support_a_host_profile_apply_it(self):
-        applied = set(re.findall(r": executing host profile plugin: (.*)$", self.boot.console, re.MULTILINE))
+        applied = set(re.findall(r": executing host profile plugin: (.*)$", self.boot.said, re.MULTILINE))
         self.assertEqual({"cpu-power", "datastore-fast", "firewall-rules", "network-tuning",
                           "network-uplinks", "storage-paths", "time-sync"}, applied)
 
@@ -262,7 +262,7 @@ class InteractiveBootTest(AnyBoot, unittest.TestCase):
 
     def test_each_plugin_is_asked_for_until_the_operator_goes_on_without(self):
         self.assertEqual(4, len(set(self.boot.asked)))
-        self.assertEqual(4, self.boot.console.count("current plugin: "))
+        self.assertEqual(4, self.boot.said.count("current plugin: "))
 
     def test_a_skipped_plugin_leaves_no_record_in_the_kernel_log(self):
         self.assertNotIn(self.boot.asked[1], self.boot.activated)

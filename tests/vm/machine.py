@@ -14,6 +14,9 @@ _MACHINES = {
     "arm64": ("qemu-system-aarch64", "ttyAMA0", ("-machine", "virt", "-cpu", "cortex-a72")),
 }
 
+# The kernel writes each of these in one go, wherever in a line of somebody else's that is.
+_KERNEL_RECORD = re.compile(r"\[ *\d+\.\d{6}\] .*\n")
+
 
 def serial_line(architecture):
     """The name of the serial line's device."""
@@ -34,7 +37,7 @@ class Machine:
             "mitigations=off", "panic=-1", f"SERIAL_LINE={self._serial}", f'BOOTWEAVE="{bootweave}"',
             f"PROFILE={profile}"])
         self.console = ""       # all that has come over the serial line
-        self._read = 0
+        self._read = 0          # up to where in what was said
         self._log = open(log, "w", encoding="utf-8")
         self._process = subprocess.Popen(
             [program, *options, "-smp", "2", "-m", "512", "-nodefaults", "-no-reboot",
@@ -55,12 +58,17 @@ class Machine:
         self._process.stdout.close()
         self._log.close()
 
+    @property
+    def said(self):
+        """What others than the kernel have written to the serial line."""
+        return _KERNEL_RECORD.sub("", self.console)
+
     def read_until(self, pattern):
-        """What comes up to and with this regular expression; its match. More may come behind it at any time,
-        so one that is to end with a line ends with its newline."""
+        """What is said up to and with this regular expression; its match. More may come behind it at any
+        time, so one that is to end with a line ends with its newline."""
         deadline = time.monotonic() + _PATIENCE
         expression = re.compile(pattern, re.MULTILINE)
-        while not (match := expression.search(self.console, self._read)):
+        while not (match := expression.search(self.said, self._read)):
             if not self._read_more(deadline - time.monotonic()):
                 last = "".join(self.console.splitlines(keepends=True)[-20:])
                 raise AssertionError(f"{pattern!r} did not come; the console ends with:\n{last}")
@@ -72,12 +80,11 @@ class Machine:
         self._process.stdin.flush()
 
     def run(self, line):
-        """What the line prints there, without what the kernel says meanwhile, and its status."""
+        """What the line prints there, and its status."""
         self.type(line + "\n")
         start = self._read
         status = self.read_until(r"^@status (\d+)\n")
-        printed = self.console[start:status.start()]
-        return re.sub(r"^\[ *\d+\.\d+\] .*\n", "", printed, flags=re.MULTILINE).lstrip("\n"), int(status[1])
+        return status.string[start:status.start()].lstrip("\n"), int(status[1])
 
     def wait_for_the_end(self):
         """Until the machine has switched itself off; the status of the emulator."""

@@ -33,9 +33,11 @@ PACKAGES_PACKAGE_TEST=(lintian)
 PACKAGES_DAEMONS=(mmdebstrap)
 PACKAGES_DAEMONS_SPLASH=(plymouth)
 
-# To boot virtual machines; what is in them, beside a kernel; what a kernel asks for that they do without.
+# To boot virtual machines; what is in them, beside a kernel; what some have in addition, to be run by
+# systemd; what a kernel asks for that they do without.
 PACKAGES_VM=(cpio e2fsprogs kmod python3 qemu-system-arm qemu-system-x86 rsync)
 PACKAGES_VM_GUEST=(busybox-static dash dpkg e2fsprogs iproute2 libstdc++6)
+PACKAGES_VM_MANAGED=(systemd systemd-sysv udev)
 PACKAGES_VM_WITHOUT=(debconf initramfs-tools kmod linux-base)
 
 # To fuzz.

@@ -5,7 +5,6 @@ What is checked was seen from outside: on the serial line, and in the files that
 disk. One boot serves several tests.
 """
 
-import functools
 import gzip
 import os
 import re
@@ -14,6 +13,7 @@ import unittest
 
 import images
 import machine
+from once import once
 
 _SOCKET = "/var/run/corvane/bootweaveExecutor.sock"
 _ONCE = {"host-key", "filesystem-images", "hardware-inventory"}
@@ -29,33 +29,16 @@ def prepare(architecture, directory, packages, trees):
                      trees=trees)
 
 
-def _once(make):
-    """What it returns, or raises, is that of its first call: a boot takes a while."""
-    @functools.cache
-    def outcome():
-        try:
-            return make(), None
-        except Exception as error:      # the tests that need it report it
-            return None, error
-
-    @functools.wraps(make)
-    def call():
-        made, error = outcome()
-        if error is not None:
-            raise error.with_traceback(None)
-        return made
-    return call
-
-
 class Boot:
     """What one boot has shown and left behind."""
 
-    def __init__(self, name, bootweave, **options):
+    def __init__(self, name, bootweave, profile="", **options):
         self.name = name
         self.answers = {}
         disk = os.path.join(_settings["directory"], "disk")
         log = os.path.join(_settings["directory"], f"{name}.console")
-        with machine.Machine(_image(), disk, bootweave, log, **options) as running:
+        settings = (f'BOOTWEAVE="{bootweave}"', f"PROFILE={profile}")
+        with machine.Machine(_image(), disk, log, settings, **options) as running:
             self.handed_over = float(running.read_until(r"^@handed-over (\S+)\n")[1])
             self.operate(running)
             running.type(f"power-off {name}\n")
@@ -63,7 +46,7 @@ class Boot:
         self.console, self.said = running.console, running.said
         self.disk_check = subprocess.run(["/sbin/e2fsck", "-f", "-n", disk], capture_output=True, check=False)
         left = os.path.join(_settings["directory"], "left")
-        images.read_back(disk, left)
+        images.read_back(disk, left, "/results", "/bootbank")
         self._results = os.path.join(left, "results", name)
         with open(os.path.join(left, "bootbank", "bootweav.gz"), "rb") as file:
             self.record = gzip.decompress(file.read()).decode()
@@ -125,30 +108,30 @@ class InteractiveBoot(Boot):
         super().operate(running)
 
 
-@_once
+@once
 def _image():
     return images.Image(**_settings)
 
 
-@_once
+@once
 def _first_boot():
     _image().new_disk("disk")
     return FirstBoot("first", "--init --parallel")
 
 
-@_once
+@once
 def _second_boot():
     _first_boot()
     return Boot("second", "--init")
 
 
-@_once
+@once
 def _profile_boot():
     _first_boot()
     return Boot("profile", "--init --parallel", profile="edge")
 
 
-@_once
+@once
 def _interactive_boot():
     _first_boot()
     return InteractiveBoot("interactive", "--init --interactive", consoles=("serial", "virtual"))

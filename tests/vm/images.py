@@ -3,6 +3,7 @@
 
 import glob
 import os
+import re
 import shutil
 import subprocess
 import sys
@@ -17,10 +18,13 @@ _MODULES = ("virtio_pci", "virtio_blk", "ext4", "bridge", "veth")
 # Of Debian's packages, what a host that boots has no use for.
 _LEFT_OUT = ("boot", "packages", "usr/include", "usr/lib/modules", "usr/lib/*/gconv", "usr/lib/*/perl*")
 
+# Where packages have units of systemd's.
+_UNITS = "usr/lib/systemd/system"
+
 
 class Image:
     """The files of one architecture's machine. `packages` is a tree of unpacked Debian packages, a kernel's
-    among them; `trees` are laid over it, later ones win."""
+    among them; `trees` are laid over it, later ones win. The first process is guest/init."""
 
     def __init__(self, architecture, directory, packages, trees):
         self.architecture = architecture
@@ -33,9 +37,14 @@ class Image:
         _lay(packages, root, [f"--exclude=/{pattern}" for pattern in _LEFT_OUT])
         for tree in trees:
             _lay(tree, root)
-        _lay(os.path.join(_HOST, "profiles"), os.path.join(root, "usr/lib/vm/profiles"))
         self._add_modules(packages, root)
-        self._add_guest(root)
+        for name in ("bootbank", "dev", "disk", "proc", "root", "run", "sys", "tmp", "var/lib/corvane",
+                     "var/log"):
+            os.makedirs(os.path.join(root, name), exist_ok=True)
+        os.symlink("/run", os.path.join(root, "var/run"))
+        os.symlink("/bin/modprobe", os.path.join(root, "sbin/modprobe"))    # where the kernel looks for it
+        _install(os.path.join(_HERE, "guest", "operator"), os.path.join(root, "usr/lib/vm/operator"))
+        self._add_first_process(root)
         _pack(root, self.initramfs)
 
     def new_disk(self, name):
@@ -63,22 +72,56 @@ class Image:
             shutil.copy(os.path.join(packages, below, listing), os.path.join(root, below))
         _run("/sbin/depmod", "-b", root, version)
 
-    def _add_guest(self, root):
-        for name, place in (("init", "init"), ("operator", "usr/lib/vm/operator"),
-                            ("power-off", "usr/sbin/power-off")):
-            _install(os.path.join(_HERE, "guest", name), os.path.join(root, place))
+    def _add_first_process(self, root):
+        _install(os.path.join(_HERE, "guest", "init"), os.path.join(root, "init"))
+        _install(os.path.join(_HERE, "guest", "power-off"), os.path.join(root, "usr/sbin/power-off"))
         _install(os.path.join(_HOST, "setup"), os.path.join(root, "usr/lib/vm/set-up-host"))
-        for directory in ("bootbank", "dev", "disk", "proc", "root", "run", "sys", "tmp", "var/lib/corvane",
-                          "var/log"):
-            os.makedirs(os.path.join(root, directory), exist_ok=True)
-        os.symlink("/run", os.path.join(root, "var/run"))
+        _lay(os.path.join(_HOST, "profiles"), os.path.join(root, "usr/lib/vm/profiles"))
 
 
-def read_back(disk, directory):
-    """Copies what the boots have left on the disk into a directory, without mounting it."""
+class ManagedImage(Image):
+    """One with systemd for the first process, which starts bootweave by its unit and keeps the journal. The
+    boot waits until somebody has opened /run/operator for writing, and closed it again."""
+
+    # What Debian makes when it installs a host, and what the operator needs.
+    _FILES = {
+        "etc/fstab": "/dev/vda /bootbank ext4 defaults 0 0\n",
+        "etc/group": "root:x:0:\ntty:x:5:\nsystemd-journal:x:990:\n",
+        "etc/hostname": "managed\n",
+        "etc/machine-id": "0123456789abcdef0123456789abcdef\n",
+        "etc/os-release": "ID=managed\nNAME=\"A managed host\"\n",
+        "etc/passwd": "root:x:0:0:root:/root:/bin/sh\n",
+        "etc/tmpfiles.d/operator.conf": "p /run/operator 0600\n",
+    }
+    # One more debug injection.
+    _WAIT = "operator: :operator-has-looked:test ! -p /run/operator || cat /run/operator\n"
+
+    def _add_first_process(self, root):
+        os.symlink("/usr/lib/systemd/systemd", os.path.join(root, "init"))
+        for name, text in self._FILES.items():
+            path = os.path.join(root, name)
+            os.makedirs(os.path.dirname(path), exist_ok=True)
+            with open(path, "w", encoding="utf-8") as file:
+                file.write(text)
+        with open(os.path.join(root, "etc/corvane/bootweave/debug.conf"), "a", encoding="utf-8") as file:
+            file.write(self._WAIT)
+        for name in ("busybox-links.service", "operator.service"):
+            _install(os.path.join(_HERE, "guest", name), os.path.join(root, _UNITS, name), mode=0o644)
+            _enable(root, name)
+        _enable(root, "bootweave.service")
+        # The operator has the console for himself.
+        os.symlink("/dev/null", os.path.join(root, "etc/systemd/system/getty.target"))
+        # The journal is this host's log, and systemd would start the daemons of init scripts by itself.
+        shutil.rmtree(os.path.join(root, "usr/lib/corvane/logrelay"))
+        for links in glob.glob(os.path.join(root, "etc/rc?.d")):
+            shutil.rmtree(links)
+
+
+def read_back(disk, directory, *places):
+    """Copies what the boots have left in these places of the disk into a directory, without mounting it."""
     shutil.rmtree(directory, ignore_errors=True)
     os.makedirs(directory)
-    _run("/sbin/debugfs", "-R", f"rdump /results /bootbank {directory}", disk)
+    _run("/sbin/debugfs", "-R", f"rdump {' '.join(places)} {directory}", disk)
 
 
 def _only(pattern):
@@ -101,10 +144,19 @@ def _lay(tree, root, options=()):
          f"{root}/")
 
 
-def _install(source, target):
+def _install(source, target, mode=0o755):
     os.makedirs(os.path.dirname(target), exist_ok=True)
     shutil.copyfile(source, target)
-    os.chmod(target, 0o755)
+    os.chmod(target, mode)
+
+
+def _enable(root, unit):
+    """What systemctl's command of that name does."""
+    with open(os.path.join(root, _UNITS, unit), encoding="utf-8") as file:
+        target = re.search(r"^WantedBy=(.+)$", file.read(), re.MULTILINE)[1]
+    wants = os.path.join(root, "etc/systemd/system", f"{target}.wants")
+    os.makedirs(wants, exist_ok=True)
+    os.symlink(os.path.join("/", _UNITS, unit), os.path.join(wants, unit))
 
 
 def _pack(root, initramfs):

@@ -27,15 +27,15 @@ class Machine:
     """One that boots. As a context manager it is switched off at the end, if it still runs.
 
     The kernel writes to a virtual and to the serial console, and /dev/console is the one named last in
-    `consoles`: "serial" or "virtual". What comes over the serial line goes to the file `log`, too.
+    `consoles`: "serial" or "virtual". Its command line ends with the words of `settings`; those that it does
+    not know it hands on to the first process. What comes over the serial line goes to the file `log`, too.
     """
 
-    def __init__(self, image, disk, bootweave, log, *, profile="", consoles=("virtual", "serial")):
-        program, self._serial, options = _MACHINES[image.architecture]
-        names = {"serial": self._serial, "virtual": "tty0"}
-        settings = " ".join([f"console={names[console]}" for console in consoles] + [
-            "mitigations=off", "panic=-1", f"SERIAL_LINE={self._serial}", f'BOOTWEAVE="{bootweave}"',
-            f"PROFILE={profile}"])
+    def __init__(self, image, disk, log, settings=(), consoles=("virtual", "serial")):
+        program, serial, options = _MACHINES[image.architecture]
+        names = {"serial": serial, "virtual": "tty0"}
+        words = [*(f"console={names[console]}" for console in consoles), "mitigations=off", "panic=-1",
+                 f"SERIAL_LINE={serial}", *settings]
         self.console = ""       # all that has come over the serial line
         self._read = 0          # up to where in what was said
         self._log = open(log, "w", encoding="utf-8")
@@ -43,7 +43,7 @@ class Machine:
             [program, *options, "-smp", "2", "-m", "512", "-nodefaults", "-no-reboot",
              *(("-vga", "std") if image.architecture == "amd64" else ()),
              "-display", "none", "-serial", "stdio", "-kernel", image.kernel, "-initrd", image.initramfs,
-             "-append", settings, "-drive", f"if=none,id=disk,format=raw,file={disk}",
+             "-append", " ".join(words), "-drive", f"if=none,id=disk,format=raw,file={disk}",
              "-device", "virtio-blk-pci,drive=disk"],
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
         os.set_blocking(self._process.stdout.fileno(), False)

@@ -192,8 +192,7 @@ class FirstBootTest(AnyBoot, unittest.TestCase):
             self.assertEqual(0, status, f"{daemon}: {said}")
             self.assertIn("running, process ", said)
         groups = {daemon: self.boot.answers[f"{daemon} group"][0] for daemon in _DAEMONS}
-        for group in groups.values():
-            self.assertRegex(group, r"\A0::/.+\n\Z")
+        self.assertEqual({daemon: f"0::/init/{daemon}\n" for daemon in _DAEMONS}, groups)
 
     def test_a_method_is_invoked_on_the_running_host(self):
         said, status = self.boot.answers["invoke"]

@@ -20,7 +20,7 @@ PACKAGES_HOST=(busybox e2fsprogs iproute2 mount python3 strace util-linux)
 PACKAGES_PLUGINS=(g++ gcc make pkgconf python3-jsonschema)
 
 # To check sources, scripts and documents; the versions are those that the checks ask for by name.
-PACKAGES_CHECKS=(clang-14 clang-format-14 clang-tidy-14 git man-db python3 shellcheck)
+PACKAGES_CHECKS=(clang-14 clang-format-14 clang-tidy-14 clangd-14 git man-db python3 shellcheck)
 
 # To build the Debian packages, and to look at what came of it.
 PACKAGES_PACKAGE=(

@@ -75,6 +75,11 @@ function(bootweave_program name)
   install(TARGETS ${name} RUNTIME DESTINATION ${ARG_DESTINATION})
 endfunction()
 
+# What tests are built with besides: nothing measures their own code, and to optimise it takes longer than all
+# that it does.
+add_library(bootweave_test_flags INTERFACE)
+target_compile_options(bootweave_test_flags INTERFACE $<$<CONFIG:Release,RelWithDebInfo>:-O0 -U_FORTIFY_SOURCE>)
+
 # bootweave_room_tests(NAME SOURCES file... [PLATFORM host|fake] [USES library...] [WRAP symbol...])
 # One test program for the room, with every TEST known to ctest. PLATFORM chooses what stands behind
 # platform/include: the real layer, or the fake of tests/support. Each WRAPped C function is replaced by
@@ -86,7 +91,10 @@ function(bootweave_room_tests name)
   cmake_parse_arguments(ARG "" "PLATFORM" "SOURCES;USES;WRAP" ${ARGN})
   set(target bootweave_${name}_test)
   add_executable(${target} ${ARG_SOURCES})
-  target_link_libraries(${target} PRIVATE bootweave_${name} ${ARG_USES} bootweave_test_support GTest::gmock)
+  target_link_libraries(${target} PRIVATE bootweave_${name} ${ARG_USES} bootweave_test_support bootweave_test_flags)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_precompile_headers(${target} REUSE_FROM bootweave_test_support)
+  endif()
   if(ARG_PLATFORM STREQUAL "fake")
     target_link_libraries(${target} PRIVATE bootweave_platform_fake)
   elseif(ARG_PLATFORM STREQUAL "host")

@@ -78,7 +78,8 @@ endfunction()
 # What tests are built with besides: nothing measures their own code, and to optimise it takes longer than all
 # that it does.
 add_library(bootweave_test_flags INTERFACE)
-target_compile_options(bootweave_test_flags INTERFACE $<$<CONFIG:Release,RelWithDebInfo>:-O0 -U_FORTIFY_SOURCE>)
+target_compile_options(bootweave_test_flags INTERFACE
+  $<$<CONFIG:Release,RelWithDebInfo>:-O0 -U_FORTIFY_SOURCE>)
 
 # bootweave_room_tests(NAME SOURCES file... [PLATFORM host|fake] [USES library...] [WRAP symbol...])
 # One test program for the room, with every TEST known to ctest. PLATFORM chooses what stands behind
@@ -91,7 +92,8 @@ function(bootweave_room_tests name)
   cmake_parse_arguments(ARG "" "PLATFORM" "SOURCES;USES;WRAP" ${ARGN})
   set(target bootweave_${name}_test)
   add_executable(${target} ${ARG_SOURCES})
-  target_link_libraries(${target} PRIVATE bootweave_${name} ${ARG_USES} bootweave_test_support bootweave_test_flags)
+  target_link_libraries(${target} PRIVATE
+    bootweave_${name} ${ARG_USES} bootweave_test_support bootweave_test_flags)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     target_precompile_headers(${target} REUSE_FROM bootweave_test_support)
   endif()

@@ -46,7 +46,7 @@ def main():
 
 
 def findings_in(path, text, messages):
-    """What clangd said of a file, one finding each, without what NOLINTBEGIN covers: clangd does not know it."""
+    """What clangd said of a file, one finding each. NOLINTBEGIN is unknown to it, and seen to here."""
     covered = _covered(text)
     for message in messages.splitlines():
         message = re.sub(r"^E\[[0-9:.]*\] ", "", message)

@@ -64,21 +64,26 @@ class Loader {
         return seen_.emplace(error ? path : parent / path.filename(), is_script).second;
     }
 
-    static bool Exists(const std::string& path) {
+    /// What this user may not look at is there: loading it says why it cannot be read.
+    static bool IsThere(const std::string& path) {
         struct stat status {};
-        return ::stat(path.c_str(), &status) == 0;
+        return ::stat(path.c_str(), &status) == 0 || errno != ENOENT;
     }
 
     void Add(const Place& place, Severity severity, FindingKind kind, const std::string& plugin,
              std::string text) {
         if (reporting_) {
             loaded_.findings.push_back({place.shown, severity, kind, plugin, std::move(text)});
+        } else if (kind == FindingKind::kUnreadable) {
+            // What is verified may wait for it, or the other way round, and seems to miss somebody.
+            loaded_.findings.push_back(
+                {place.shown, Severity::kWarning, kind, plugin, text + ": what it holds is unknown"});
         }
     }
 
     void LoadHost() {
         LoadDirectory(Place(sources_.directory));
-        if (Exists(sources_.injections)) {
+        if (IsThere(sources_.injections)) {
             CheckWriters(Place(std::filesystem::path(sources_.injections).parent_path()), "");
             LoadInjections(Place(sources_.injections));
         }
@@ -108,10 +113,10 @@ class Loader {
     /// The host's own, as if what was given had been added to them.
     void LoadSurroundings() {
         reporting_ = false;
-        if (Exists(sources_.directory)) {
+        if (IsThere(sources_.directory)) {
             LoadDirectory(Place(sources_.directory));
         }
-        if (!given_injections_ && Exists(sources_.injections)) {
+        if (!given_injections_ && IsThere(sources_.injections)) {
             LoadInjections(Place(sources_.injections));
         }
     }

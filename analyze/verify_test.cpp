@@ -253,6 +253,15 @@ TEST_F(VerifyTest, WithoutAHostNobodyIsMissed) {
                                                           "plugins wait for each other: one -> two -> one")));
 }
 
+TEST_F(VerifyTest, AHostsDirectoryThatIsThereAndCannotBeReadIsNamed) {
+    std::filesystem::create_directory_symlink("loop", dir_.File("loop"));
+    sources_.directory = dir_.File("loop");
+    EXPECT_THAT(
+        FindingsOf({dir_.WriteFile("one.json", Plugin(R"("a")", ""))}),
+        ElementsAre(Warning("loop", FindingKind::kUnreadable, "",
+                            "cannot read: Too many levels of symbolic links: what it holds is unknown")));
+}
+
 TEST_F(VerifyTest, ADirectoryIsAWholeHost) {
     dir_.WriteFile("plugins/a.json", Plugin("", R"("x")"));
     std::filesystem::create_directory(dir_.File("other"));

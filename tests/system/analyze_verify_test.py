@@ -204,6 +204,28 @@ class HostTest(SystemTest):
         self.assertEqual((1, [f"{PLUGINS}/secret.json: error: cannot read: Permission denied",
                               "1 plugin: 1 error, 0 warnings"]), (end.status, end.stdout.splitlines()))
 
+    def test_what_a_user_may_not_read_of_the_host_is_named_beside_what_is_added(self):
+        self.need_users()
+        added = plugin("b", requires=["x"])[f"{PLUGINS}/b.json"]
+        host = self.host(plugin("a", provides=["x"]), {"/srv/b.json": added, _DEBUG: "c: :y:true\n"})
+        end = host.shell(f"""verify() {{ setpriv --reuid=65534 --clear-groups {_ANALYZE} verify "$@"; }}
+            chmod 600 {PLUGINS}/a.json && verify /srv/b.json
+            chmod 700 {os.path.dirname(_DEBUG)} && chmod 644 {PLUGINS}/a.json && verify /srv/b.json; verify
+            chmod 700 {PLUGINS} && verify /srv/b.json""")
+        unknown = "warning: cannot read: Permission denied: what it holds is unknown"
+        self.assertEqual([
+            "/srv/b.json: warning: nobody provides the barrier 'x' that it requires",
+            f"{PLUGINS}/a.json: {unknown}",
+            "1 plugin: 0 errors, 2 warnings",
+            f"{_DEBUG}: {unknown}",
+            "1 plugin: 0 errors, 1 warning",
+            f"{_DEBUG}: error: cannot read: Permission denied",
+            f"{PLUGINS}/a.json: warning: nobody requires the barrier 'x' that it provides",
+            "1 plugin: 1 error, 1 warning",
+            f"{_DEBUG}: {unknown}",
+            f"{PLUGINS}: {unknown}",
+            "1 plugin: 0 errors, 2 warnings"], end.stdout.splitlines())
+
     def test_what_another_user_owns_is_trusted_by_no_boot(self):
         self.need_users()
         host = self.host(plugin("a", start=["net up"]), command("net.up", "true"))

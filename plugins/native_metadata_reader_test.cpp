@@ -43,6 +43,17 @@ std::vector<pid_t> Children() {
     return children;
 }
 
+/// What the kernel counts of the children that this process has waited for.
+long PageFaultsOfEndedChildren(pid_t process) {
+    std::ifstream stat("/proc/" + std::to_string(process) + "/stat");
+    std::string field;
+    for (int number = 1; number < 11 && stat >> field; ++number) {
+    }
+    long faults = -1;
+    stat >> faults;
+    return faults;
+}
+
 class NativeMetadataReaderTest : public testing::Test {
   protected:
     NativeMetadataReaderTest() { ::setenv("NATIVE_TEST_FILE", dir_.File("process").c_str(), 1); }
@@ -260,6 +271,24 @@ TEST_F(NativeMetadataReaderTest, GlobalSymbolsOfOneObjectDoNotReplaceThoseOfTheN
     NativeMetadataReader reader(Real());
     EXPECT_EQ(Names{"one"}, reader.Read(NativeObject("globals_one")).provides_names);
     EXPECT_EQ(Names{"two"}, reader.Read(NativeObject("globals_two")).provides_names);
+}
+
+TEST_F(NativeMetadataReaderTest, AnObjectThatIsNeverUnloadedDoesNotStandForTheNext) {
+    NativeMetadataReader reader(Real());
+    EXPECT_EQ(Names{"one"}, reader.Read(NativeObject("unique_one")).provides_names);
+    EXPECT_EQ(Names{"two"}, reader.Read(NativeObject("unique_two")).provides_names);
+}
+
+TEST_F(NativeMetadataReaderTest, OnlyAnObjectThatRunsCodeGetsAProcessOfItsOwn) {
+    NativeMetadataReader reader(Real());
+    static_cast<void>(reader.Read(NativeObject("globals_one")));
+    const std::vector<pid_t> first = Children();
+    ASSERT_THAT(first, SizeIs(1));
+    static_cast<void>(reader.Read(NativeObject("version3")));
+    EXPECT_EQ(0, PageFaultsOfEndedChildren(first[0]));
+    static_cast<void>(reader.Read(NativeObject("spoils")));
+    EXPECT_GT(PageFaultsOfEndedChildren(first[0]), 0);
+    EXPECT_EQ(first, Children());
 }
 
 TEST_F(NativeMetadataReaderTest, ProcessesThatAnObjectLeftBehindAreEnded) {

@@ -19,6 +19,7 @@
 #include "plugins/native_metadata.h"
 #include "plugins/native_reader/answer_region.h"
 #include "plugins/native_reader/load_metadata.h"
+#include "plugins/native_reader/object_file.h"
 #include "util/child_process.h"
 #include "util/error_text.h"
 #include "util/retry.h"
@@ -93,7 +94,7 @@ MetadataAnswer Ended(int raw_status) {
 }
 
 /// \return nothing when the other side has gone meanwhile
-std::optional<MetadataAnswer> AnswerFor(const std::string& path, UniqueFd& channel) {
+std::optional<MetadataAnswer> LoadInNewProcess(const std::string& path, UniqueFd& channel) {
     AnswerRegion region;
     if (!region.valid()) {
         return NoProcess();
@@ -128,7 +129,9 @@ int ServeMetadata(UniqueFd channel) {
         if (request.status != ReceivedMessage::Status::kWhole) {
             return request.status == ReceivedMessage::Status::kClosed ? 0 : 1;
         }
-        const std::optional<MetadataAnswer> answer = AnswerFor(request.bytes, channel);
+        const std::optional<MetadataAnswer> answer = LoadsWithoutRunningCode(request.bytes)
+                                                         ? LoadMetadata(request.bytes)
+                                                         : LoadInNewProcess(request.bytes, channel);
         if (!answer.has_value() || !SendMessage(channel, PackAnswer(*answer))) {
             return 0;
         }

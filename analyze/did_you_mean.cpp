@@ -32,10 +32,27 @@ bool IsTooFar(const Band& band) {
     return *std::min_element(band.begin(), band.end()) > kFarthest;
 }
 
+constexpr std::size_t kTooFar = kFarthest + 1;
+
+/// The last two letters of the one are those of the other, swapped.
+bool EndSwapped(std::string_view left, std::string_view right) {
+    return left.size() > 1 && right.size() > 1 && AreAlike(left.back(), right[right.size() - 2]) &&
+           AreAlike(left[left.size() - 2], right.back());
+}
+
+/// The distance of two beginnings, neither empty, at the place `k` of `row`, whose places before it are
+/// there.
+std::size_t Cell(std::string_view left, std::string_view right, std::size_t k, const Band& row,
+                 const Band& last, const Band& before_last) {
+    std::size_t distance = last[k] + (AreAlike(left.back(), right.back()) ? 0 : 1);
+    distance = std::min(distance, k > 0 ? row[k - 1] + 1 : kTooFar);
+    distance = std::min(distance, k + 1 < row.size() ? last[k + 1] + 1 : kTooFar);
+    return EndSwapped(left, right) ? std::min(distance, before_last[k] + 1) : distance;
+}
+
 /// How many letters to add, leave out, change or swap with their neighbour make one name of the other; some
 /// number beyond kFarthest when there are more.
 std::size_t Distance(std::string_view left, std::string_view right) {
-    constexpr std::size_t kTooFar = kFarthest + 1;
     if (std::max(left.size(), right.size()) - std::min(left.size(), right.size()) > kFarthest) {
         return kTooFar;
     }
@@ -50,20 +67,10 @@ std::size_t Distance(std::string_view left, std::string_view right) {
         row.fill(kTooFar);
         for (std::size_t k = i < kFarthest ? kFarthest - i : 0; k < row.size(); ++k) {
             const std::size_t j = i + k - kFarthest;
-            if (j == 0) {
-                row[k] = i;
-                continue;
-            }
             if (j > right.size()) {
                 break;
             }
-            row[k] = last[k] + (AreAlike(left[i - 1], right[j - 1]) ? 0 : 1);
-            row[k] = std::min(row[k], k > 0 ? row[k - 1] + 1 : kTooFar);
-            row[k] = std::min(row[k], k + 1 < row.size() ? last[k + 1] + 1 : kTooFar);
-            if (i > 1 && j > 1 && AreAlike(left[i - 1], right[j - 2]) &&
-                AreAlike(left[i - 2], right[j - 1])) {
-                row[k] = std::min(row[k], before_last[k] + 1);
-            }
+            row[k] = j == 0 ? i : Cell(left.substr(0, i), right.substr(0, j), k, row, last, before_last);
         }
     }
     return row[right.size() + kFarthest - left.size()];

@@ -15,8 +15,8 @@
 /// The program runs no plugin's code itself. For an object that has constructors or destructors it forks a
 /// child that loads it, so that no object can spoil what is read from the next one, whatever these do to
 /// their process. Nothing that the child started is left when the answer is given. An object without them, as
-/// most are, it loads itself, for a fifth of the time. One that is broken may end the program, which costs
-/// that object only: the boot starts another.
+/// most are, it loads itself, which costs far less than a fork. One that is broken may end the program, which
+/// costs that object only: the boot starts another.
 
 namespace bootweave {
 

@@ -5,7 +5,6 @@
 #include <array>
 #include <cstring>
 #include <optional>
-#include <string_view>
 #include <vector>
 
 #include <dlfcn.h>
@@ -127,8 +126,6 @@ bool IsHarmless(const ObjectFile& object, const Entry& entry) {
             return (entry.d_un.d_val & ~std::size_t{DF_1_NOW}) == 0;
         case DT_AUXILIARY:
         case DT_FILTER:
-        case DT_AUDIT:
-        case DT_DEPAUDIT:
             return false;
         default:
             return true;

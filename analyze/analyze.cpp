@@ -106,6 +106,9 @@ void WriteList(const Request& request) {
 void WriteDiff(const Request& request) {
     const ChosenRun before = ReadRun(request, request.options.profile);
     const ChosenRun after = ReadRun(request, request.options.newer_profile);
+    if (before.block.kind != after.block.kind) {
+        request.diagnostics.Say("a boot is compared with a run of daemons");
+    }
     request.options.json ? WriteDiffJson(request.out, before, after)
                          : WriteDiffText(request.out, before, after, request.style);
 }

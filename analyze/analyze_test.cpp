@@ -114,10 +114,13 @@ TEST_F(AnalyzeTest, TheRunsOfALogAreListed) {
 TEST_F(AnalyzeTest, TwoLogsAreCompared) {
     const std::string daemons = dir_.WriteFile("daemons", kDaemons);
     const std::string boot = dir_.WriteFile("boot", kBoot);
+    const Outcome outcome = RunWith({"analyze", "diff", boot, daemons, "--boot=last"});
     EXPECT_EQ(
         "2.500s\t1.000s\t-1.500s\ttotal\n1.250s\t250.000ms\t-1.000s\tsum of plugins\n"
         "1.250s\t-\t-1.250s\tstorage\n-\t250.000ms\t+250.000ms\ttimed\n",
-        RunWith({"analyze", "diff", boot, daemons, "--boot=last"}).out);
+        outcome.out);
+    EXPECT_EQ("bootweave-analyze: a boot is compared with a run of daemons\n", outcome.err);
+    EXPECT_EQ("", RunWith({"analyze", "diff", boot, boot}).err);
     EXPECT_TRUE(RunWith({"analyze", "diff", boot, boot, "--json"}).out.starts_with("{\"old\":{\"profile\":"));
     ExpectFailure(1,
                   "bootweave-analyze: " + daemons + " tells of no boot, only of daemons; try --boot last\n",

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <numeric>
 
+#include "analyze/named_plugins.h"
 #include "util/exception.h"
 
 namespace bootweave {
@@ -22,15 +23,10 @@ std::optional<std::size_t> LastToEnd(const ProfileBlock& block, const std::vecto
 }
 
 std::size_t Target(const ProfileBlock& block, const std::optional<std::string>& name) {
-    std::vector<std::size_t> indices(block.plugins.size());
-    std::iota(indices.begin(), indices.end(), std::size_t{0});
-    if (name.has_value()) {
-        std::erase_if(indices, [&](std::size_t index) { return block.plugins[index].name != *name; });
-        if (indices.empty()) {
-            throw Exception("the profile has no plugin " + *name);
-        }
-    }
-    const std::optional<std::size_t> target = LastToEnd(block, indices);
+    std::vector<std::size_t> all(block.plugins.size());
+    std::iota(all.begin(), all.end(), std::size_t{0});
+    const std::optional<std::size_t> target =
+        LastToEnd(block, name.has_value() ? PluginsNamed(block, *name) : all);
     if (!target.has_value()) {
         throw Exception(name.has_value() ? *name + " did not run" : "no plugin ran");
     }

@@ -3,7 +3,7 @@
 
 #include <cstddef>
 
-#include "util/exception.h"
+#include "analyze/named_plugins.h"
 
 namespace bootweave {
 namespace {
@@ -24,12 +24,7 @@ GraphPart PartAround(const ProfileBlock& block, const RunGraph& graph,
     if (all) {
         return part;
     }
-    bool found = false;
-    for (std::size_t index = 0; index < graph.plugins.size(); ++index) {
-        if (block.plugins[index].name != *name) {
-            continue;
-        }
-        found = true;
+    for (const std::size_t index : PluginsNamed(block, *name)) {
         const RunPlugin& plugin = graph.plugins[index];
         part.plugins[index] = true;
         Add(plugin.required, part.barriers);
@@ -40,9 +35,6 @@ GraphPart PartAround(const ProfileBlock& block, const RunGraph& graph,
         for (const std::size_t barrier : plugin.provided) {
             Add(graph.barriers[barrier].requirers, part.plugins);
         }
-    }
-    if (!found) {
-        throw Exception("the profile has no plugin " + *name);
     }
     return part;
 }

@@ -15,6 +15,7 @@
 
 #include <getopt.h>
 
+#include "analyze/did_you_mean.h"
 #include "analyze/field_text.h"
 
 namespace bootweave {
@@ -147,11 +148,20 @@ std::pair<std::string, Duration> ParseTime(std::string_view text) {
     return {FieldText(text.substr(0, equals)), std::chrono::milliseconds(*time)};
 }
 
+/// How a refused word could be put right, by the one that was most likely meant.
+std::string Hint(std::string_view nearest) {
+    return nearest.empty() ? "; see --help" : DidYouMean(nearest);
+}
+
 AnalyzeCommand ParseCommand(std::string_view word) {
     const auto* const found = std::find_if(kCommands.begin(), kCommands.end(),
                                            [word](const auto& entry) { return entry.first == word; });
     if (found == kCommands.end()) {
-        throw UsageException("unknown command '" + std::string(word) + "'; see --help");
+        std::vector<std::string_view> names;
+        for (const auto& [name, command] : kCommands) {
+            names.push_back(name);
+        }
+        throw UsageException("unknown command '" + std::string(word) + "'" + Hint(FindNearest(word, names)));
     }
     return found->second;
 }
@@ -180,6 +190,23 @@ bool IsKnownLetter(int parsed) {
                        [&](const option& known) { return known.name != nullptr && known.val == parsed; });
 }
 
+/// The option that was most likely meant by a word that begins with two hyphens; empty when none is near.
+std::string NearestOption(std::string_view word) {
+    constexpr std::string_view kHyphens = "--";
+    if (!word.starts_with(kHyphens)) {
+        return "";
+    }
+    std::vector<std::string_view> names;
+    for (const option& known : kLongOptions) {
+        if (known.name != nullptr) {
+            names.emplace_back(known.name);
+        }
+    }
+    const std::string_view name = word.substr(kHyphens.size());
+    const std::string_view nearest = FindNearest(name.substr(0, name.find('=')), names);
+    return nearest.empty() ? "" : std::string(kHyphens) + std::string(nearest);
+}
+
 /// Names the option that getopt has just refused, as it was typed. A letter may stand in a word with others.
 [[noreturn]] void Refuse(char** argv) {
     const bool is_letter = ::optopt > 0 && ::optopt < kProfile && !IsKnownLetter(::optopt);
@@ -187,7 +214,7 @@ bool IsKnownLetter(int parsed) {
     if (NeedsValue(::optopt)) {
         throw UsageException("option '" + word + "' needs a value; see --help");
     }
-    throw UsageException("invalid option '" + word + "'; see --help");
+    throw UsageException("invalid option '" + word + "'" + Hint(NearestOption(word)));
 }
 
 void Apply(int parsed, char** argv, AnalyzeOptions& options) {

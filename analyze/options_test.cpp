@@ -178,11 +178,18 @@ TEST(AnalyzeOptionsTest, HelpEndsTheParsing) {
     EXPECT_EQ(AnalyzeCommand::kHelp, Parse({"blame", "-h"}).command);
 }
 
+TEST(AnalyzeOptionsTest, AMisspeltWordIsAnsweredWithTheOneThatWasMeant) {
+    EXPECT_EQ("unknown command 'blames'; did you mean 'blame'?", ErrorOf({"blames"}));
+    EXPECT_EQ("invalid option '--thraeds=4'; did you mean '--threads'?", ErrorOf({"--thraeds=4"}));
+    EXPECT_EQ("invalid option '--profle'; did you mean '--profile'?", ErrorOf({"--profle", "/log"}));
+    EXPECT_EQ("invalid option '--json=1'; did you mean '--json'?", ErrorOf({"--json=1"}));
+}
+
 TEST(AnalyzeOptionsTest, WhatMakesNoSenseIsNamed) {
-    EXPECT_EQ("unknown command 'blames'; see --help", ErrorOf({"blames"}));
+    EXPECT_EQ("unknown command 'halt'; see --help", ErrorOf({"halt"}));
     EXPECT_EQ("a word too many: 'time'; see --help", ErrorOf({"blame", "time"}));
     EXPECT_EQ("invalid option '--nonsense'; see --help", ErrorOf({"--nonsense"}));
-    EXPECT_EQ("invalid option '--json=1'; see --help", ErrorOf({"--json=1"}));
+    EXPECT_EQ("invalid option '-x'; see --help", ErrorOf({"-x"}));
     EXPECT_EQ("invalid option '-x'; see --help", ErrorOf({"-xy"}));
     EXPECT_EQ("option '--profile' needs a value; see --help", ErrorOf({"blame", "--profile"}));
 }

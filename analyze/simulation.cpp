@@ -8,6 +8,7 @@
 #include <set>
 #include <unordered_map>
 
+#include "analyze/named_plugins.h"
 #include "analyze/timing.h"
 #include "driver/worker_count.h"
 #include "graph/barrier.h"
@@ -35,20 +36,6 @@ class ImaginedNode : public Node {
     [[nodiscard]] std::string GetDotAttributes() const override { return {}; }
 };
 
-/// The indices of the plugins of that name.
-std::vector<std::size_t> Find(const ProfileBlock& block, const std::string& name) {
-    std::vector<std::size_t> found;
-    for (std::size_t index = 0; index < block.plugins.size(); ++index) {
-        if (block.plugins[index].name == name) {
-            found.push_back(index);
-        }
-    }
-    if (found.empty()) {
-        throw Exception("the profile has no plugin " + name);
-    }
-    return found;
-}
-
 Times TimesOf(const ProfileBlock& block, const WhatIf& what_if) {
     Times times;
     for (const PluginTimes& plugin : block.plugins) {
@@ -57,7 +44,7 @@ Times TimesOf(const ProfileBlock& block, const WhatIf& what_if) {
     std::set<std::string> given;
     for (const auto& [name, time] : what_if.times) {
         given.insert(name);
-        for (const std::size_t index : Find(block, name)) {
+        for (const std::size_t index : PluginsNamed(block, name)) {
             times[index] = time;
         }
     }
@@ -65,7 +52,7 @@ Times TimesOf(const ProfileBlock& block, const WhatIf& what_if) {
         if (given.contains(name)) {
             throw Exception(name + " is left out, and has a time");
         }
-        for (const std::size_t index : Find(block, name)) {
+        for (const std::size_t index : PluginsNamed(block, name)) {
             times[index].reset();
         }
     }

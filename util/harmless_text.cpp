@@ -20,6 +20,19 @@ struct Unit {
     bool control;
 };
 
+/// Whether a well-formed sequence is a control character, or acts like one.
+bool IsControlSequence(std::string_view text) {
+    const unsigned char second = ByteAt(text, 1);
+    const unsigned char third = ByteAt(text, 2);
+    if (ByteAt(text, 0) == 0xC2) {
+        return second < 0xA0;
+    }
+    // U+2028 to U+202E, U+2066 to U+2069
+    const bool ends_line_or_turns_text = second == 0x80 && third >= 0xA8 && third <= 0xAE;
+    const bool isolates_text = second == 0x81 && third >= 0xA6 && third <= 0xA9;
+    return ByteAt(text, 0) == 0xE2 && (ends_line_or_turns_text || isolates_text);
+}
+
 Unit NextUnit(std::string_view text) {
     const unsigned char first = ByteAt(text, 0);
     if (first < 0x80) {
@@ -29,7 +42,7 @@ Unit NextUnit(std::string_view text) {
     if (sequence == 0) {
         return {1, first < 0xA0};
     }
-    return {sequence, first == 0xC2 && ByteAt(text, 1) < 0xA0};
+    return {sequence, IsControlSequence(text)};
 }
 
 void AppendEscaped(LineBuffer& line, std::string_view bytes) {

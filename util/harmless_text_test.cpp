@@ -39,6 +39,18 @@ TEST(HarmlessTextTest, ControlCharactersButTabBecomeEscapesAndAllElseStays) {
         {"\xC2\x9F", "\\xc2\\x9f"},
         {"\xC2\xA0", "\xC2\xA0"},
         {"\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80"},
+        // The separators of lines and paragraphs, and what turns text around, to the edges of both ranges.
+        {"\xE2\x80\xA7", "\xE2\x80\xA7"},
+        {"\xE2\x80\xA8", "\\xe2\\x80\\xa8"},
+        {"a\xE2\x80\xAE"
+         "b",
+         "a\\xe2\\x80\\xaeb"},
+        {"\xE2\x80\xAF", "\xE2\x80\xAF"},
+        {"\xE2\x81\xA5", "\xE2\x81\xA5"},
+        {"\xE2\x81\xA6", "\\xe2\\x81\\xa6"},
+        {"\xE2\x81\xA9", "\\xe2\\x81\\xa9"},
+        {"\xE2\x81\xAA", "\xE2\x81\xAA"},
+        {"\xE3\x80\xA8\xC3\x80", "\xE3\x80\xA8\xC3\x80"},
         // Bytes of C1 within a well-formed sequence are part of a letter, alone they are controls.
         {"\xE2\x80\x9C", "\xE2\x80\x9C"},
         {"\x9B", "\\x9b"},

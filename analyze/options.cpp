@@ -157,10 +157,9 @@ AnalyzeCommand ParseCommand(std::string_view word) {
     const auto* const found = std::find_if(kCommands.begin(), kCommands.end(),
                                            [word](const auto& entry) { return entry.first == word; });
     if (found == kCommands.end()) {
-        std::vector<std::string_view> names;
-        for (const auto& [name, command] : kCommands) {
-            names.push_back(name);
-        }
+        std::vector<std::string_view> names(kCommands.size());
+        std::transform(kCommands.begin(), kCommands.end(), names.begin(),
+                       [](const auto& entry) { return entry.first; });
         throw UsageException("unknown command '" + std::string(word) + "'" + Hint(FindNearest(word, names)));
     }
     return found->second;

@@ -23,7 +23,6 @@ _ANALYSIS = ["-Wthread-safety", "-Wthread-safety-beta", "-Wreserved-identifier",
 def main():
     """Checks the sources that the build compiles, or those that are named."""
     build, named = sys.argv[1], sys.argv[2:]
-    clang = project.need(f"clang++-{_VERSION}")
     clang_tidy = project.need(f"clang-tidy-{_VERSION}")
     jobs = {path: arguments for path, arguments in compiled.compile_commands(build).items()
             if path.endswith(".cpp") and (not named or path in named)}
@@ -32,7 +31,7 @@ def main():
         kept = compiled.keep_for_clang(arguments)
         command = [clang_tidy, "--quiet", f"--checks={_CHECKS}", "--warnings-as-errors=*",
                    str(project.ROOT / path), "--", "-O0", *kept, *_ANALYSIS]
-        return command, compiled.expand(clang, kept, path)
+        return command, compiled.read(path, kept)
 
     project.finish(compiled.run_on_each(check, jobs, os.path.join(build, "tests/checks/passed")), jobs)
 

@@ -33,8 +33,8 @@ def main():
     def check(path, arguments):
         command = [clangd, f"--check={project.ROOT / path}", "--check-lines=1-1", "--clang-tidy",
                    "--log=error", "--enable-config=false", f"--compile-commands-dir={commands}"]
-        text = compiled.expand(clang, arguments, path)
-        return command, None if text is None else (rules, arguments, text)
+        text = compiled.read(path, arguments)
+        return command, None if text is None else (rules, text)
 
     said = compiled.run_on_each(check, jobs, os.path.join(build, "tests/checks/passed"))
     findings = []

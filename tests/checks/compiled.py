@@ -3,6 +3,7 @@
 that skip what has passed before."""
 
 import concurrent.futures
+import functools
 import hashlib
 import json
 import os
@@ -12,6 +13,8 @@ import shlex
 import subprocess
 
 from project import ROOMS, ROOT, test_code
+
+_INCLUDE = re.compile(rb"^[ \t]*#[ \t]*include[ \t]*[\"<]([^\">]*)[\">]", re.MULTILINE)
 
 
 def compile_commands(build):
@@ -39,13 +42,30 @@ def keep_for_clang(arguments):
     return kept
 
 
-def expand(clang, arguments, path):
-    """The whole text that a source is after the preprocessor, comments included: they switch warnings off.
+def read(path, arguments):
+    """Everything that a source's meaning depends on: its text and arguments, the texts of the project's files
+    that it includes, and which packages are installed, for all other headers and the tools.
 
-    None when it cannot be had; the check itself then says why."""
-    command = [clang, "-E", "-CC", *arguments, str(ROOT / path)]
-    result = subprocess.run(command, capture_output=True, check=False)
-    return result.stdout if result.returncode == 0 else None
+    None where no package manager tells that."""
+    folders = [ROOT / path.rpartition("/")[0]]
+    folders += [pathlib.Path(word[2:]) for word in arguments if word.startswith(f"-I{ROOT}")]
+    texts, left = {}, [ROOT / path]
+    while left:
+        file = left.pop()
+        if file not in texts:
+            texts[file] = file.read_bytes()
+            found = (folder / name.decode() for name in _INCLUDE.findall(texts[file]) for folder in folders)
+            left += (candidate for candidate in found if candidate.is_file())
+    installed = _installed()
+    return None if installed is None else (installed, arguments, sorted(texts.items()))
+
+
+@functools.cache
+def _installed():
+    try:
+        return hashlib.sha256(pathlib.Path("/var/lib/dpkg/status").read_bytes()).hexdigest()
+    except OSError:
+        return None
 
 
 def run_on_each(check, jobs, memory):

@@ -263,9 +263,10 @@ class LimitTest(SystemTest):
         self.assertNotEqual("0", first)
         self.assertEqual(("0", ["--n=1"]), (second, end.command_output))
 
-    def test_commands_run_where_stacks_are_limited_to_16_KiB(self):
+    def test_commands_run_where_stacks_are_limited_to_24_KiB(self):
+        # 16 are too few: the kernel begins the main thread's stack up to 8 further down.
         self.need_small_limits()
-        end = self.host(plugin("p", ["note"]), _NOTE).shell("ulimit -s 16; exec bootweave --plugin=p.json")
+        end = self.host(plugin("p", ["note"]), _NOTE).shell("ulimit -s 24; exec bootweave --plugin=p.json")
         self.assertEqual((0, ["p"], []), (end.status, end.succeeded, end.complaints))
 
     def test_a_run_with_hardly_a_descriptor_ends_and_leaves_no_executor_behind(self):

@@ -27,7 +27,8 @@ export DEBIAN_FRONTEND=noninteractive
 list() {{
     find / -maxdepth 1 -printf '%p %l\n'
     find /bootbank /etc /opt /root /run /usr /var -xdev \( -path /var/lib/dpkg -o -path /var/cache \
-        -o -path /var/log/dpkg.log -o -name __pycache__ \) -prune -o -printf '%p %l %y %m %u:%g\n' | sort
+        -o -path /var/log/dpkg.log -o -name __pycache__ \) -prune -o -printf '%p %l %y %m %U:%G\n' |
+        LC_ALL=C sort
 }}
 changed() {{
     list >/srv/now

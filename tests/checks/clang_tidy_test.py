@@ -1,10 +1,13 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: Apache-2.0
-"""What clangd says of a file is a finding, but for what the file itself says is none."""
+"""What clangd says of a file is a finding, but for what the file itself says is none. A file that has passed
+is read again when anything that it includes has changed."""
 
 import unittest
 
 import clang_tidy
+import compiled
+import project
 
 _TEXT = """int a;
 // NOLINTBEGIN(one-check,another-check): why
@@ -33,6 +36,16 @@ class ClangTidyTest(unittest.TestCase):
     def test_what_is_no_message_of_a_check_is_told_all_the_same(self):
         self.assertEqual(["util/a.h: Failed to build AST"],
                          self._finds("E[17:32:52.062] Failed to build AST"))
+
+    def test_a_source_depends_on_what_it_includes_and_on_what_that_includes(self):
+        arguments = [f"-I{project.ROOT}/platform/include", f"-I{project.ROOT}"]
+        _, kept, texts = compiled.read("graph/node.cpp", arguments)
+        self.assertEqual(arguments, kept)
+        for path in ("graph/node.cpp", "graph/node.h", "util/process_lock.h",
+                     "platform/include/platform/log.h"):
+            self.assertEqual((project.ROOT / path).read_text(encoding="utf-8"),
+                             dict(texts)[project.ROOT / path])
+        self.assertNotIn(project.ROOT / "graph/barrier.h", dict(texts))
 
 
 if __name__ == "__main__":

@@ -12,9 +12,7 @@ import re
 import shlex
 import subprocess
 
-from project import ROOMS, ROOT, test_code
-
-_INCLUDE = re.compile(rb"^[ \t]*#[ \t]*include[ \t]*[\"<]([^\">]*)[\">]", re.MULTILINE)
+from project import INCLUDE, ROOMS, ROOT, test_code
 
 
 def compile_commands(build):
@@ -53,8 +51,9 @@ def read(path, arguments):
     while left:
         file = left.pop()
         if file not in texts:
-            texts[file] = file.read_bytes()
-            found = (folder / name.decode() for name in _INCLUDE.findall(texts[file]) for folder in folders)
+            texts[file] = file.read_text(encoding="utf-8")
+            names = (quoted or angled for quoted, angled in INCLUDE.findall(texts[file]))
+            found = (folder / name for name in names for folder in folders)
             left += (candidate for candidate in found if candidate.is_file())
     installed = _installed()
     return None if installed is None else (installed, arguments, sorted(texts.items()))

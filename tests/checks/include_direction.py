@@ -34,8 +34,6 @@ _JSON_USERS = {
     "analyze/report_json.cpp": "writes",
 }
 
-_INCLUDE = re.compile(r"^[ \t]*#[ \t]*include[ \t]*(?:\"([^\"]*)\"|<([^>]*)>)", re.MULTILINE)
-
 
 def room_of_file(path):
     """The room that a file lies in, or None for a file outside all rooms."""
@@ -74,7 +72,7 @@ def _why_forbidden(path, name, is_test):
 def findings_in(path, text, is_test=False):
     """What is wrong with the includes of one source, one line each."""
     here = room_of_file(path)
-    for match in _INCLUDE.finditer(text):
+    for match in project.INCLUDE.finditer(text):
         quoted, angled = match.groups()
         line = text.count("\n", 0, match.start()) + 1
         if quoted is not None:
@@ -93,7 +91,7 @@ def json_users(texts):
     """The sources that include the JSON library."""
     return [path for path, text in texts.items()
             if any((angled or quoted or "").startswith("boost/json") for quoted, angled in
-                   _INCLUDE.findall(text))]
+                   project.INCLUDE.findall(text))]
 
 
 def wrong_uses_of_json(texts):

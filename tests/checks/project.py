@@ -10,6 +10,9 @@ import sys
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 
+# An include of a source: its name in quotes, or in angle brackets.
+INCLUDE = re.compile(r"^[ \t]*#[ \t]*include[ \t]*(?:\"([^\"]*)\"|<([^>]*)>)", re.MULTILINE)
+
 ROOMS = ("analyze", "driver", "plugins", "graph", "hostcli", "util", "platform")
 
 

@@ -14,7 +14,8 @@ namespace bootweave {
 namespace {
 
 TEST(ObjectFileTest, AnObjectOfTablesOnlyRunsNoCode) {
-    for (const char* object : {"version1", "version3", "empty2", "globals_one", "wild", "bound_at_once"}) {
+    for (const char* object :
+         {"version1", "version3", "empty2", "globals_one", "wild", "only_metadata", "bound_at_once"}) {
         EXPECT_TRUE(LoadsWithoutRunningCode(NativeObject(object))) << object;
     }
 }

@@ -62,6 +62,7 @@ class SimulationTest(SystemTest):
                 self.assertGreater(imagined["recorded_us"], 1_900_000)
                 taken = {entry["name"]: entry["taken_us"] for entry in imagined["plugins"]}
                 self.assertEqual(sum(taken[name] for name in ("a", "c", "e")), imagined["longest_chain_us"])
+                self.assertGreaterEqual(imagined["longest_chain_us"], 900_000)
                 self.assertEqual(real["threads"], imagined["threads"])
                 # What each run took around its plugins is its own: on a busy machine the start may be slow.
                 self._assert_near(real["recorded_us"] - real["outside_us"],
@@ -82,6 +83,8 @@ class SimulationTest(SystemTest):
         first = max(entry["taken_us"] for entry in report["plugins"])
         self.assertEqual(first, late["at_us"])
         self.assertEqual(sum(entry["taken_us"] for entry in report["plugins"]), report["work_us"])
+        self.assertGreaterEqual(report["work_us"], 500_000)
+        self.assertLessEqual(report["work_us"], report["recorded_us"])
 
     def test_losing_a_provider_costs_a_line(self):
         end = self.host(_BOOT).shell(f"""bootweave --parallel >/dev/null &&

@@ -19,7 +19,7 @@ struct GraphPart {
 /// The plugins of that name, the barriers that they require and provide, those that provide what they require
 /// and those that require what they provide; without a name all.
 ///
-/// \throws Exception  "the profile has no plugin <name>"
+/// \throws Exception  when there is no such plugin
 [[nodiscard]] GraphPart PartAround(const ProfileBlock& block, const RunGraph& graph,
                                    const std::optional<std::string>& name);
 

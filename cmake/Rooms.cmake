@@ -76,7 +76,7 @@ function(bootweave_program name)
 endfunction()
 
 # What tests are built with besides: nothing measures their own code, and to optimise it takes longer than all
-# that it does. So does looking at each pointer of the test framework, which is two thirds of a test's code.
+# that it does. So does looking at each pointer of the test framework, which is half of a test's code there.
 add_library(bootweave_test_flags INTERFACE)
 target_compile_options(bootweave_test_flags INTERFACE
   $<$<CONFIG:Release,RelWithDebInfo>:-O0 -U_FORTIFY_SOURCE>)
